@@ -59,9 +59,9 @@ bool validateDoc(const bson_t* doc, int depth, std::string* reason) {
             break;
         }
     }
-    // A walk that stopped early leaves the iterator marked invalid (raw reset) or short of the
-    // terminating byte.
-    if (it.raw == nullptr || it.off + 1 != it.len) {
+    // A walk that stopped on a corrupt element records its offset in err_off; a complete walk
+    // stops on the terminating byte.
+    if (it.err_off != 0 || it.off + 1 != doc->len) {
         return fail(reason, "corrupt element at offset " + std::to_string(it.err_off));
     }
     return true;
