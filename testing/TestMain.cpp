@@ -8,7 +8,8 @@
 
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
-    if (std::getenv("TT_TEST_LOG")) utils::CLogCenter::instance().configure(TT_SOURCE_DIR "/examples/log4cxx.properties");
+    if (std::getenv("TT_TEST_LOG"))
+        utils::CLogCenter::instance().configure(TT_SOURCE_DIR "/examples/log4cxx.properties");
     const int rc = RUN_ALL_TESTS();
     utils::CLogCenter::instance().shutdown();
     return rc;

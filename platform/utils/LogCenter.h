@@ -17,6 +17,8 @@
 #include <boost/function.hpp>
 
 #include <atomic>
+#include <memory>
+#include <mutex>
 #include <string>
 
 namespace utils {
@@ -53,32 +55,48 @@ public:
     // True when the debug file log "TTDbgFile" writes debug lines of debug id `dbgId`.
     bool fileLogEnabled(int dbgId) const;
 
-    // Writes one line. `func` is the qualified function name that prefixes the line.
+    // Writes one line. `func` (the qualified function name that prefixes the line), `file` and
+    // `line` travel to log4cxx as the event's location, printed by the layout (%C::%M, %F, %L);
+    // log4cxx keeps the pointers, so they must have static storage, as BOOST_CURRENT_FUNCTION and
+    // __FILE__ do. The sink receives `msg` as it is.
     void write(ELogger logger, int level, const std::string& msg, const char* func, const char* file,
                int line);
 
     // Loads a log4cxx properties file and refreshes the enabled levels. Returns false (with a
     // message on stderr) when the file is missing; logging then stays as it was.
     bool configure(const std::string& propertiesFile);
-    // Re-reads the effective levels of the two loggers from log4cxx.
+    // Re-reads the effective levels of the two loggers from log4cxx (they stay off while log4cxx
+    // has no configuration), for a program that configures log4cxx by other means.
     void refreshLevels();
     // Flushes and closes every appender; call once at exit.
     void shutdown();
 
     // A second destination for lines, for tests and tools that need to see what was logged.
-    // While a sink is set, both loggers are enabled from `level` up (in addition to log4cxx).
+    // While a sink is set, both loggers are enabled from `level` up (in addition to log4cxx). The
+    // sink is called on the writing thread with no lock held; there is one sink at a time.
     typedef boost::function<void(ELogger, int level, const std::string& line)> Sink;
     void setSink(const Sink& sink, int level = TT_LOG_TRACE);
     void clearSink();
 
 private:
     CLogCenter();
+    ~CLogCenter();
+    CLogCenter(const CLogCenter&) = delete;
+    CLogCenter& operator=(const CLogCenter&) = delete;
+    // Recomputes m_levels from the log4cxx levels and the sink level. Caller holds m_mutex.
     void recompute();
+    struct Log4cxx;
 
+    // The enabled thresholds read by logEnabled: the lower of the log4cxx level and the sink level.
     std::atomic<int> m_levels[LOGGER_COUNT];
-    int m_log4cxxLevels[LOGGER_COUNT];
-    int m_sinkLevel;
+    // Effective log4cxx levels (TT_LOG_OFF until configured), read by write() without the lock.
+    std::atomic<int> m_log4cxxLevels[LOGGER_COUNT];
+    std::atomic<int> m_sinkLevel;  // TT_LOG_OFF while no sink is set
+    std::atomic<bool> m_hasSink;
+    // m_mutex guards m_sink, the log4cxx loggers in m_log4cxx and every write of the levels above.
+    mutable std::mutex m_mutex;
     Sink m_sink;
+    std::unique_ptr<Log4cxx> m_log4cxx;  // created on first configure() or refreshLevels()
 };
 
 // Formats a log line. Never throws.
@@ -92,7 +110,8 @@ template <class... Args>
 std::string formatLog(const char* fmt, const Args&... args) {
     try {
         boost::format f(fmt);
-        f.exceptions(boost::io::all_error_bits ^ (boost::io::too_many_args_bit | boost::io::too_few_args_bit));
+        f.exceptions(boost::io::all_error_bits ^
+                     (boost::io::too_many_args_bit | boost::io::too_few_args_bit));
         formatArgs(f, args...);
         return f.str();
     } catch (const std::exception&) {
@@ -103,11 +122,11 @@ std::string formatLog(const char* fmt, const Args&... args) {
 }  // namespace utils
 
 // TT_LOG(logger, level, fmt, args...): one guarded line, prefixed by the calling function's name.
-#define TT_LOG(logger, level, ...)                                                                        \
-    do {                                                                                                  \
-        if (::utils::CLogCenter::instance().logEnabled((logger), (level)))                                \
-            ::utils::CLogCenter::instance().write((logger), (level), ::utils::formatLog(__VA_ARGS__),     \
-                                                  BOOST_CURRENT_FUNCTION, __FILE__, __LINE__);             \
+#define TT_LOG(logger, level, ...)                                                                    \
+    do {                                                                                              \
+        if (::utils::CLogCenter::instance().logEnabled((logger), (level)))                            \
+            ::utils::CLogCenter::instance().write((logger), (level), ::utils::formatLog(__VA_ARGS__), \
+                                                  BOOST_CURRENT_FUNCTION, __FILE__, __LINE__);        \
     } while (0)
 
 #define TT_LOG_STD_DEBUG(...) TT_LOG(::utils::LOGGER_STD, ::utils::TT_LOG_DEBUG, __VA_ARGS__)

@@ -1,0 +1,323 @@
+#include "base/data/CPriceDataHelper.h"
+
+#include "base/TraderCenter.h"
+#include "base/data/CAccountData.h"
+#include "base/data/DataHelper.h"
+#include "utils/LogCenter.h"
+#include "utils/TimeUtils.h"
+
+#include <cmath>
+#include <limits>
+
+namespace ttservice {
+
+namespace {
+
+const double kEpsilon = 1e-5;
+// An upper limit this close to 100000.0 is the back end's placeholder for "no limit".
+const double kNoUpperLimit = 100000.0;
+const double kNoUpperLimitTolerance = 0.0001;
+
+// Empty: at most 1e-5 in magnitude, the "no price" value, or not a finite number at all. Written
+// as negated comparisons so that a NaN is empty too.
+inline bool isEmptyPrice(double p) {
+    const double a = std::fabs(p);
+    return !(a > kEpsilon) || !(a < TT_INVALID_DOUBLE);
+}
+
+// A price a fallback may hand out: finite, positive beyond the tolerance, not the "no price" value.
+inline bool isUsablePrice(double p) { return p > kEpsilon && p < TT_INVALID_DOUBLE; }
+
+inline bool isHKConnectExchange(const std::string& exchange) { return exchange == "HGT" || exchange == "SGT"; }
+
+inline double askLevel(const CPriceData& q, int level) {
+    switch (level) {
+        case 1: return q.m_dAskPrice1;
+        case 2: return q.m_dAskPrice2;
+        case 3: return q.m_dAskPrice3;
+        case 4: return q.m_dAskPrice4;
+        default: return q.m_dAskPrice5;
+    }
+}
+
+inline double bidLevel(const CPriceData& q, int level) {
+    switch (level) {
+        case 1: return q.m_dBidPrice1;
+        case 2: return q.m_dBidPrice2;
+        case 3: return q.m_dBidPrice3;
+        case 4: return q.m_dBidPrice4;
+        default: return q.m_dBidPrice5;
+    }
+}
+
+// The first non-empty price from `level` towards level 1 on one side of the book; TT_INVALID_DOUBLE
+// when every one of them is empty.
+inline double walkLadder(const CPriceData& q, bool askSide, int level) {
+    for (; level >= 1; --level) {
+        const double p = askSide ? askLevel(q, level) : bidLevel(q, level);
+        if (!isEmptyPrice(p)) return p;
+    }
+    return TT_INVALID_DOUBLE;
+}
+
+// The selection shared by the order and the calc flavours. `exchangeRuleApplied` is set when a
+// type-12 exchange rule decided the price outright; such a price is final and skips the limit check.
+double selectPrice(const CPriceData& q, int priceType, int operation, bool forOrder, bool& exchangeRuleApplied) {
+    exchangeRuleApplied = false;
+    const bool buy = getDirectionByOperation(operation) == DIRECTION_FLAG_BUY;
+    if (priceType == PRTP_HANG)
+        priceType = buy ? PRTP_BUY1 : PRTP_SALE1;
+    else if (priceType == PRTP_COMPETE)
+        priceType = buy ? PRTP_SALE1 : PRTP_BUY1;
+
+    if (priceType == PRTP_MARKET) {
+        const std::string& exchange = q.m_strExchangeID;
+        if (forOrder) {
+            if ((CPriceDataHelper::isFutureExchange(exchange) &&
+                 CPriceDataHelper::isSupportMarketPrice(exchange, q.m_strInstrumentID)) ||
+                isHKConnectExchange(exchange)) {
+                exchangeRuleApplied = true;
+                return 0.0;  // a market order carries no price
+            }
+        } else {
+            if (CPriceDataHelper::isFutureExchange(exchange)) {
+                exchangeRuleApplied = true;
+                return DataHelper::isBuy(operation) ? q.m_dUpperLimitPrice : q.m_dLowerLimitPrice;
+            }
+            if (isHKConnectExchange(exchange)) {
+                exchangeRuleApplied = true;
+                return q.m_dLastPrice;
+            }
+        }
+    }
+
+    double p = TT_INVALID_DOUBLE;
+    if (priceType >= PRTP_SALE5 && priceType <= PRTP_SALE1) {
+        p = walkLadder(q, true, 5 - priceType);  // 0..4 name ask levels 5..1
+    } else if (priceType >= PRTP_BUY1 && priceType <= PRTP_BUY5) {
+        p = walkLadder(q, false, priceType - 5);  // 6..10 name bid levels 1..5
+    } else if (priceType == PRTP_MARKET) {
+        if (buy) {
+            p = q.m_dUpperLimitPrice;
+            if (isEmptyPrice(p) || std::fabs(p - kNoUpperLimit) <= kNoUpperLimitTolerance) p = walkLadder(q, true, 5);
+        } else {
+            // No placeholder test on the sell side: a lower limit is never the 100000.0 placeholder.
+            p = q.m_dLowerLimitPrice;
+            if (isEmptyPrice(p)) p = walkLadder(q, false, 5);
+        }
+    }
+    if (isEmptyPrice(p)) p = q.m_dLastPrice;
+    if (isEmptyPrice(p)) p = q.m_dPreClosePrice;
+    return p;
+}
+
+// True when a selected price lies outside the quote's day limits by more than the tolerance. A
+// limit that is empty is absent (quotes of markets without daily limits leave them at 0) and an
+// empty result is no price: neither can break a limit.
+inline bool breaksLimits(const CPriceData& q, double p) {
+    if (isEmptyPrice(p)) return false;
+    const double upper = q.m_dUpperLimitPrice;
+    const double lower = q.m_dLowerLimitPrice;
+    return (!isEmptyPrice(upper) && p - upper > kEpsilon) || (!isEmptyPrice(lower) && lower - p > kEpsilon);
+}
+
+}  // namespace
+
+int getDirectionByOperation(int operation) {
+    switch (operation) {
+        case 1: case 2: case 3: case 6: case 7: case 10: case 11: case 14: case 19: case 21: case 24:
+        case 27: case 29: case 33: case 34: case 36: case 39: case 43: case 45: case 47: case 49:
+        case 50: case 52: case 1005: case 1007: case 1010: case 1014: case 1021: case 1022:
+            return DIRECTION_FLAG_SELL;
+        default:
+            return DIRECTION_FLAG_BUY;
+    }
+}
+
+// The limit-check line is written here, in each public selector, so that it carries the name of
+// the function the caller used. Its arguments are doubles: nothing is built unless the logger is on.
+double CPriceDataHelper::getPriceForOrder(const CPriceDataPtr& price, int priceType, int operation) {
+    if (!price) return TT_INVALID_DOUBLE;
+    bool exchangeRuleApplied = false;
+    const double p = selectPrice(*price, priceType, operation, true, exchangeRuleApplied);
+    if (!exchangeRuleApplied && breaksLimits(*price, p))
+        TT_LOG_STD_ERROR("Price:%1% greater than upperLimitPrice:%2% or less than lowerLimitPrice:%3%", p,
+                         price->m_dUpperLimitPrice, price->m_dLowerLimitPrice);
+    return p;
+}
+
+double CPriceDataHelper::getPriceForCalc(const CPriceDataPtr& price, int priceType, int operation) {
+    if (!price) return TT_INVALID_DOUBLE;
+    bool exchangeRuleApplied = false;
+    const double p = selectPrice(*price, priceType, operation, false, exchangeRuleApplied);
+    if (!exchangeRuleApplied && breaksLimits(*price, p))
+        TT_LOG_STD_ERROR("Price:%1% greater than upperLimitPrice:%2% or less than lowerLimitPrice:%3%", p,
+                         price->m_dUpperLimitPrice, price->m_dLowerLimitPrice);
+    return p;
+}
+
+double CPriceDataHelper::getPriceAndFixForOrder(const CPriceDataPtr& price, int priceType, int operation,
+                                                double fixPrice) {
+    return priceType == PRTP_FIX ? fixPrice : getPriceForOrder(price, priceType, operation);
+}
+
+double CPriceDataHelper::getPriceAndFixForCalc(const CPriceDataPtr& price, int priceType, int operation,
+                                               double fixPrice) {
+    return priceType == PRTP_FIX ? fixPrice : getPriceForCalc(price, priceType, operation);
+}
+
+double CPriceDataHelper::getOriginPrice(const CPriceDataPtr& price, int priceType, int operation) {
+    if (!price) return TT_INVALID_DOUBLE;
+    const CPriceData& q = *price;
+    if (priceType == PRTP_HANG || priceType == PRTP_COMPETE) {
+        const bool buy = getDirectionByOperation(operation) == DIRECTION_FLAG_BUY;
+        priceType = (priceType == PRTP_HANG) == buy ? PRTP_BUY1 : PRTP_SALE1;
+    }
+    if (priceType >= PRTP_SALE5 && priceType <= PRTP_SALE1) return askLevel(q, 5 - priceType);
+    if (priceType == PRTP_LATEST) return q.m_dLastPrice;
+    if (priceType >= PRTP_BUY1 && priceType <= PRTP_BUY5) return bidLevel(q, priceType - 5);
+    return TT_INVALID_DOUBLE;
+}
+
+bool CPriceDataHelper::isFutureExchange(const std::string& exchange) {
+    switch (exchange.size()) {
+        case 2: return exchange == "DF" || exchange == "ZF" || exchange == "SF" || exchange == "IF";
+        case 3: return exchange == "DCE" || exchange == "INE";
+        case 4: return exchange == "CZCE" || exchange == "SHFE";
+        case 5: return exchange == "CFFEX";
+        default: return false;
+    }
+}
+
+bool CPriceDataHelper::isSupportMarketPrice(const std::string& exchange, const std::string& instrument) {
+    const bool dceOrCzce = exchange == "DCE" || exchange == "DF" || exchange == "CZCE" || exchange == "ZF";
+    const bool cffex = exchange == "CFFEX" || exchange == "IF";
+    if (!dceOrCzce && !cffex) return false;  // SHFE, INE and every non-futures exchange
+
+    CInstrumentDetailPtr detail;
+    if (const IDataCenterPtr dataCenter = TraderCenter::instance()->getDataCenter())
+        detail = dataCenter->getInstrument(exchange, instrument);
+    if (detail) return detail->m_nMaxMarketOrderVolume > 0;
+    return dceOrCzce;
+}
+
+// The order of the questions:
+//  1. No quote (or no data center): the instrument's previous close from the data center's
+//     instrument record, else 0.0; "getLastPrice failure" is logged.
+//  2. A valid last price (finite, above 1e-5, not the "no price" value) is the answer; nothing is
+//     logged.
+//  3. A zero last price (at or below 1e-5) while the exchange is not in continuous trading (its
+//     market status, as the data center holds it, is not '2'; an unknown status counts as not
+//     trading): before the first trade of the day the previous close is the price, and
+//     "lastPrice is zero, not exchanging status" is logged.
+//  4. Otherwise the last price is unusable: not a number, the "no price" value, or zero during
+//     continuous trading. The previous close when it is usable ("lastPrice is Invalid, assign
+//     lastCosePrice"), else 0.0 ("lastPrice is Invalid, assign 0.0").
+// Each fallback writes exactly one info line on "TTStdFile", and the line names the value returned:
+// a zero last price outside trading whose previous close is unusable too gets the "assign 0.0" line.
+double CPriceDataHelper::getLastPrice(int platformId, const std::string& exchangeId, const std::string& instrumentId) {
+    const IDataCenterPtr dataCenter = TraderCenter::instance()->getDataCenter();
+    CPriceDataPtr quote;
+    if (dataCenter) quote = dataCenter->getPrice(platformId, exchangeId, instrumentId);
+
+    if (!quote) {
+        double preClose = 0.0;
+        if (dataCenter) {
+            const CInstrumentDetailPtr detail = dataCenter->getInstrument(exchangeId, instrumentId);
+            if (detail && isUsablePrice(detail->m_dPreClosePrice)) preClose = detail->m_dPreClosePrice;
+        }
+        TT_LOG_STD_INFO(
+            "getLastPrice failure, use lastCosePrice, platformID:%1%, exchangeID:%2%, instrumentID:%3%, preClose:%4%",
+            platformId, exchangeId, instrumentId, preClose);
+        return preClose;
+    }
+
+    const double last = quote->m_dLastPrice;
+    const double preClose = quote->m_dPreClosePrice;
+    if (isUsablePrice(last)) return last;
+
+    const bool lastIsZero = last <= kEpsilon;  // false for NaN: a NaN is invalid, not zero
+    if (lastIsZero && isUsablePrice(preClose) &&
+        dataCenter->getMarketStatus(exchangeId) != EXCHANGE_STATUS_CONTINOUS) {
+        TT_LOG_STD_INFO(
+            "lastPrice is zero, not exchanging status, use lastCosePrice, platformID:%1%, exchangeID:%2%, "
+            "instrumentID:%3%, preClose:%4%",
+            platformId, exchangeId, instrumentId, preClose);
+        return preClose;
+    }
+    if (isUsablePrice(preClose)) {
+        TT_LOG_STD_INFO(
+            "lastPrice is Invalid, assign lastCosePrice, platformID:%1%, exchangeID:%2%, instrumentID:%3%, "
+            "preClose:%4%",
+            platformId, exchangeId, instrumentId, preClose);
+        return preClose;
+    }
+    TT_LOG_STD_INFO("lastPrice is Invalid, assign 0.0, platformID:%1%, exchangeID:%2%, instrumentID:%3%", platformId,
+                    exchangeId, instrumentId);
+    return 0.0;
+}
+
+// The underlying is the fee record's instrument's m_strUnderlyingInstrID, else that of the account's
+// instrument record of the option; it trades on the option's exchange. Its previous settlement
+// price is the account store's (getLastSettlement: the underlying's fee record, else the last
+// settlement table), else the underlying's instrument record's m_dPreSettlementPrice.
+double CPriceDataHelper::getSettlementPrice(const boost::shared_ptr<CAccountData>& accountData,
+                                            const std::string& exchangeId, const std::string& instrumentId,
+                                            CInstrumentFeePtr& fee) {
+    if (!fee && accountData) fee = accountData->getInstrumentFee(exchangeId, instrumentId);
+    if (!fee) {
+        TT_LOG_STD_ERROR("getSettlementPrice getInstrumentFee for %s is not found", instrumentId);
+        return TT_INVALID_DOUBLE;
+    }
+
+    std::string underlying;
+    if (fee->m_instrument) underlying = fee->m_instrument->m_strUnderlyingInstrID;
+    if (underlying.empty() && accountData) {
+        const CInstrumentDetailPtr option = accountData->getInstrumentDetail(exchangeId, instrumentId);
+        if (option) underlying = option->m_strUnderlyingInstrID;
+    }
+
+    double settlement = TT_INVALID_DOUBLE;
+    if (!underlying.empty() && accountData) {
+        settlement = accountData->getLastSettlement(exchangeId, underlying);
+        if (!isUsablePrice(settlement)) {
+            const CInstrumentDetailPtr detail = accountData->getInstrumentDetail(exchangeId, underlying);
+            if (detail) settlement = detail->m_dPreSettlementPrice;
+        }
+    }
+    if (!isUsablePrice(settlement)) {
+        TT_LOG_STD_ERROR("calcExchFtOptionMargin PreSettlementPrice for %s is not found", instrumentId);
+        return TT_INVALID_DOUBLE;
+    }
+    return settlement;
+}
+
+bool CPriceDataHelper::isNewPriceSecond(int64_t first, int64_t second) {
+    const auto tradingSecond = [](int64_t seconds) {
+        int date = 0;
+        int time = 0;
+        utils::d8_secondToDateTime(seconds, date, time);
+        return time >= 180000 ? seconds - 86400 : seconds;
+    };
+    return tradingSecond(second) > tradingSecond(first);
+}
+
+std::string CPriceDataHelper::getLogString(const CPriceDataPtr& price) {
+    if (!price) return std::string();
+    return utils::formatLog(
+        "[ m_nPlatformId: %1%, m_strExchangeID: %2%, m_strInstrumentID: %3%, m_strUpdateTime: %4%, "
+        "m_strTradingDay: %5%, m_dLastPrice: %6%, m_dPreClosePrice: %7% ]",
+        price->m_nPlatformId, price->m_strExchangeID, price->m_strInstrumentID, price->m_strUpdateTime,
+        price->m_strTradingDay, price->m_dLastPrice, price->m_dPreClosePrice);
+}
+
+int CPriceDataHelper::toRealVolume(const CPriceDataPtr& price) {
+    if (!price) return 0;
+    int64_t lots = price->m_nVolume;
+    if (price->m_nVolumeUnit > 0) lots /= price->m_nVolumeUnit;
+    if (lots > std::numeric_limits<int>::max()) return std::numeric_limits<int>::max();
+    if (lots < std::numeric_limits<int>::min()) return std::numeric_limits<int>::min();
+    return static_cast<int>(lots);
+}
+
+}  // namespace ttservice

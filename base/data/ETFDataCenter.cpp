@@ -1,0 +1,7 @@
+#include "base/data/ETFDataCenter.h"
+
+namespace ttservice {
+
+ETFDataCenter::ETFDataCenter() {}
+
+}  // namespace ttservice

@@ -1,0 +1,7 @@
+#include "base/data/PortfolioManager.h"
+
+namespace ttservice {
+
+PortfolioManager::PortfolioManager() {}
+
+}  // namespace ttservice

@@ -1,0 +1,459 @@
+// One behavioural suite for CPersistService, run on every backend: the in-memory fake, SQLite on a
+// real temporary file, and Redis on a private server. Passing it is what lets the fake stand in for
+// the real stores in other tests.
+//
+// Each service sits on a CFaultInjectionBackend, so a case can hold writes in the queue (the store
+// "fails" them) and check what readers see before and after the store has them. "Another
+// connection" below is a second service opened on the same URL: it shares nothing with the first
+// but the store, so it shows what really reached the store.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include "persist/CPersistService.h"
+#include "persist/FaultInjectionBackend.h"
+#include "testing/RedisServer.h"
+
+namespace bson {
+// Failures print documents as JSON.
+inline void PrintTo(const BSONObj& o, std::ostream* os) {
+    *os << o.toJson();
+}
+}  // namespace bson
+
+namespace persist {
+namespace {
+
+using ttservice::test::CRedisServer;
+
+const char kHash[] = "NqTradeData";
+
+bson::BSONObj doc(int n, const std::string& text = std::string()) {
+    bson::BSONObjBuilder b;
+    b.append("n", n);
+    b.append("text", text);
+    return b.obj();
+}
+
+std::string makeTempDir() {
+    std::string tmpl = (std::filesystem::temp_directory_path() / "tt-persist-XXXXXX").string();
+    std::vector<char> buf(tmpl.begin(), tmpl.end());
+    buf.push_back('\0');
+    return mkdtemp(buf.data()) ? std::string(buf.data()) : std::string();
+}
+
+class PersistConformance : public ::testing::TestWithParam<std::string> {
+protected:
+    void SetUp() override {
+        static int s_nStore = 0;
+        const std::string& kind = GetParam();
+        if (kind == "redis") {
+            if (!CRedisServer::available())
+                GTEST_SKIP() << "redis-server is not installed: Redis cases skipped";
+            m_pRedis.reset(new CRedisServer);
+            std::string error;
+            ASSERT_TRUE(m_pRedis->start(&error)) << error;
+            m_strUrl = m_pRedis->url(0);
+        } else if (kind == "sqlite") {
+            m_strDir = makeTempDir();
+            ASSERT_FALSE(m_strDir.empty());
+            m_strUrl = "sqlite://" + m_strDir + "/store.db";
+        } else {
+            m_strUrl = "memory://conformance-" + std::to_string(++s_nStore);
+        }
+        m_pService = openService();
+        ASSERT_TRUE(m_pService);
+    }
+
+    void TearDown() override {
+        if (m_pFault) m_pFault->setFailWrites(false);
+        if (m_pService) m_pService->shutdown();
+        m_pService.reset();
+        m_pFault.reset();
+        m_pRedis.reset();
+        if (!m_strDir.empty()) std::filesystem::remove_all(m_strDir);
+        dropMemoryStores();
+    }
+
+    PersistServicePtr openService(size_t batchOps = 2048) {
+        std::string error;
+        PersistBackendPtr b = openBackend(m_strUrl, &error);
+        EXPECT_TRUE(b) << error;
+        if (!b) return PersistServicePtr();
+        m_pFault.reset(new CFaultInjectionBackend(b));
+        CPersistOptions o;
+        o.m_nRetryDelayMs = 1;
+        o.m_nMaxRetryDelayMs = 5;
+        o.m_nMaxBatchOps = batchOps;
+        return CPersistService::create(m_pFault, o);
+    }
+
+    // A second, independent service on the same store.
+    PersistServicePtr anotherConnection() {
+        std::string error;
+        PersistServicePtr s = CPersistService::open(m_strUrl, &error);
+        EXPECT_TRUE(s) << error;
+        return s;
+    }
+
+    void reopen(size_t batchOps = 2048) {
+        m_pService->shutdown();
+        m_pService.reset();
+        m_pService = openService(batchOps);
+        ASSERT_TRUE(m_pService);
+    }
+
+    static std::set<std::string> keysMatching(CPersistService& s, const std::string& hash,
+                                              const std::string& pattern) {
+        std::map<std::string, bson::BSONObj> out;
+        EXPECT_TRUE(s.readAllData(hash, pattern, out)) << pattern;
+        std::set<std::string> keys;
+        for (const auto& kv : out) keys.insert(kv.first);
+        return keys;
+    }
+
+    std::string m_strUrl;
+    std::string m_strDir;
+    std::unique_ptr<CRedisServer> m_pRedis;
+    boost::shared_ptr<CFaultInjectionBackend> m_pFault;
+    PersistServicePtr m_pService;
+};
+
+TEST_P(PersistConformance, DocumentsRoundTripOverwriteAndRemove) {
+    bson::BSONObjBuilder nested;
+    nested.append("price", 10.25).append("volume", static_cast<int64_t>(1) << 40).append("open", true);
+    nested.append("name", std::string("\xE6\xB5\xA6\xE5\x8F\x91\xE9\x93\xB6\xE8\xA1\x8C"));  // UTF-8 text
+    nested.appendArray("legs", std::vector<bson::BSONObj>{doc(1), doc(2)});
+    const bson::BSONObj rich = nested.obj();
+
+    EXPECT_TRUE(m_pService->readData(kHash, "SH____600000").isEmpty());
+    ASSERT_TRUE(m_pService->asyncWriteData(kHash, "SH____600000", rich));
+    ASSERT_TRUE(m_pService->asyncWriteData(kHash, "SZ____000001", doc(1)));
+    EXPECT_EQ(rich, m_pService->readData(kHash, "SH____600000"));
+    m_pService->flush();
+
+    PersistServicePtr other = anotherConnection();
+    EXPECT_EQ(rich, other->readData(kHash, "SH____600000"));
+    EXPECT_EQ(doc(1), other->readData(kHash, "SZ____000001"));
+    EXPECT_TRUE(other->readData("NqLoanRepurchaseImpawnData", "SH____600000").isEmpty())
+        << "hashes are separate";
+
+    ASSERT_TRUE(m_pService->asyncWriteData(kHash, "SZ____000001", doc(2)));
+    ASSERT_TRUE(m_pService->removeData(kHash, "SH____600000"));
+    ASSERT_TRUE(m_pService->removeData(kHash, "never-written"));
+    m_pService->flush();
+    EXPECT_TRUE(other->readData(kHash, "SH____600000").isEmpty());
+    EXPECT_EQ(doc(2), other->readData(kHash, "SZ____000001"));
+}
+
+// Keys full of the characters other stores treat as wildcards, and bytes at the top of the range.
+const std::vector<std::string> kAwkwardKeys = {"A",
+                                               "A____1",
+                                               "A____2",
+                                               "A____10",
+                                               "AB____1",
+                                               "A*",
+                                               "A*____x",
+                                               "A?b",
+                                               "A[1]",
+                                               "A[",
+                                               "A.b",
+                                               "A.*",
+                                               "A__",
+                                               "B____1",
+                                               "\xFF",
+                                               "\xFF\xFF",
+                                               "\xFF\xFF"
+                                               "a",
+                                               "\xFE\xFF",
+                                               "a.*b",
+                                               "%",
+                                               "A\\____1",
+                                               "^A$",
+                                               "x y"};
+
+struct CPatternCase {
+    const char* pattern;
+    std::set<std::string> expected;
+};
+
+std::vector<CPatternCase> patternCases() {
+    return {
+        {"A____.*", {"A____1", "A____10", "A____2"}},
+        {"A.*",
+         {"A", "A____1", "A____2", "A____10", "AB____1", "A*", "A*____x", "A?b", "A[1]", "A[", "A.b", "A.*",
+          "A__", "A\\____1"}},
+        {"A", {"A"}},                 // literal: not a prefix
+        {"A*", {"A*"}},               // '*' without the dot is literal
+        {"A*.*", {"A*", "A*____x"}},  // prefix "A*"
+        {"A?b", {"A?b"}},             // '?' is literal
+        {"A?.*", {"A?b"}},
+        {"A[.*", {"A[1]", "A["}},  // '[' is literal
+        {"A[1]", {"A[1]"}},
+        {"A..*", {"A.b", "A.*"}},  // prefix "A." (the '.' is literal)
+        {"A.*.*", {"A.*"}},        // prefix "A.*": the key that really ends in ".*"
+        {"A____", {}},             // no such key
+        {"A__.*", {"A__", "A____1", "A____2", "A____10"}},
+        {"^A$", {"^A$"}},
+        {"%", {"%"}},
+        {"A\\.*", {"A\\____1"}},
+        {"x y", {"x y"}},
+        {"Z.*", {}},
+        {"\xFF.*",
+         {"\xFF", "\xFF\xFF",
+          "\xFF\xFF"
+          "a"}},
+        {"\xFF\xFF.*",
+         {"\xFF\xFF",
+          "\xFF\xFF"
+          "a"}},
+        {"\xFE.*", {"\xFE\xFF"}},  // the range ends before "\xFF"
+        {"a.*", {"a.*b"}},
+        {".*", std::set<std::string>(kAwkwardKeys.begin(), kAwkwardKeys.end())},
+    };
+}
+
+TEST_P(PersistConformance, PatternReadsTreatOnlyATrailingDotStarAsWildcard) {
+    // Writes held in the queue: answers come from the pending writes.
+    m_pFault->setFailWrites(true);
+    for (size_t i = 0; i < kAwkwardKeys.size(); ++i) {
+        ASSERT_TRUE(m_pService->asyncWriteData(kHash, kAwkwardKeys[i], doc(static_cast<int>(i))));
+        ASSERT_TRUE(m_pService->asyncWriteData("OtherHash", kAwkwardKeys[i], doc(-1)));
+    }
+    for (const CPatternCase& c : patternCases()) {
+        EXPECT_EQ(c.expected, keysMatching(*m_pService, kHash, c.pattern))
+            << "pending, pattern '" << c.pattern << "'";
+    }
+    // The same answers from the store itself.
+    m_pFault->setFailWrites(false);
+    m_pService->flush();
+    PersistServicePtr other = anotherConnection();
+    for (const CPatternCase& c : patternCases()) {
+        EXPECT_EQ(c.expected, keysMatching(*other, kHash, c.pattern))
+            << "stored, pattern '" << c.pattern << "'";
+    }
+    std::map<std::string, bson::BSONObj> all;
+    ASSERT_TRUE(other->readAllData(kHash, ".*", all));
+    for (size_t i = 0; i < kAwkwardKeys.size(); ++i)
+        EXPECT_EQ(doc(static_cast<int>(i)), all[kAwkwardKeys[i]]);
+}
+
+TEST_P(PersistConformance, PatternReadsMergePendingChangesOverStoredData) {
+    for (int i = 0; i < 5; ++i)
+        ASSERT_TRUE(m_pService->asyncWriteData(kHash, "P____" + std::to_string(i), doc(i)));
+    m_pService->flush();
+    m_pFault->setFailWrites(true);
+    ASSERT_TRUE(m_pService->removeData(kHash, "P____1"));
+    ASSERT_TRUE(m_pService->asyncWriteData(kHash, "P____2", doc(20)));
+    ASSERT_TRUE(m_pService->asyncWriteData(kHash, "P____9", doc(9)));
+
+    std::map<std::string, bson::BSONObj> out;
+    out["kept-from-caller"] = doc(-1);
+    ASSERT_TRUE(m_pService->readAllData(kHash, "P____.*", out));
+    std::map<std::string, bson::BSONObj> expected = {{"kept-from-caller", doc(-1)},
+                                                     {"P____0", doc(0)},
+                                                     {"P____2", doc(20)},
+                                                     {"P____3", doc(3)},
+                                                     {"P____4", doc(4)},
+                                                     {"P____9", doc(9)}};
+    EXPECT_EQ(expected, out);
+    EXPECT_TRUE(m_pService->readData(kHash, "P____1").isEmpty());
+    EXPECT_EQ(doc(1), anotherConnection()->readData(kHash, "P____1")) << "the removal is still queued";
+
+    m_pFault->setFailWrites(false);
+    m_pService->flush();
+    out.clear();
+    ASSERT_TRUE(anotherConnection()->readAllData(kHash, "P____.*", out));
+    expected.erase("kept-from-caller");
+    EXPECT_EQ(expected, out);
+}
+
+TEST_P(PersistConformance, BatchIsAppliedInOneTransactionEvenAfterFailures) {
+    std::vector<std::pair<std::string, bson::BSONObj> > batch;
+    for (int i = 0; i < 300; ++i) batch.emplace_back("B____" + std::to_string(i), doc(i));
+    m_pFault->failNextWrites(2);
+    const int attemptsBefore = m_pFault->writeAttempts();
+    ASSERT_TRUE(m_pService->asyncWriteDatas(kHash, batch));
+    m_pService->flush();
+    EXPECT_EQ(3, m_pFault->writeAttempts() - attemptsBefore)
+        << "two failed attempts and one that stored all 300";
+    std::map<std::string, bson::BSONObj> out;
+    ASSERT_TRUE(anotherConnection()->readAllData(kHash, "B____.*", out));
+    ASSERT_EQ(300u, out.size());
+    for (int i = 0; i < 300; ++i) EXPECT_EQ(doc(i), out["B____" + std::to_string(i)]);
+    const CPersistCounters c = m_pService->counters();
+    EXPECT_EQ(300u, c.m_nApplied);
+    EXPECT_EQ(2u, c.m_nRetried);
+    EXPECT_EQ(0u, c.m_nFailed);
+}
+
+TEST_P(PersistConformance, SetsAddRemoveAndRead) {
+    std::set<std::string> members;
+    ASSERT_TRUE(m_pService->readSetStrData("Portfolios", members));
+    EXPECT_TRUE(members.empty());
+
+    ASSERT_TRUE(m_pService->asyncWriteSetStrData("Portfolios", "x"));
+    m_pService->flush();
+    m_pFault->setFailWrites(true);
+    for (const char* m : {"y", "z", "*", "a b", "[1]"})
+        ASSERT_TRUE(m_pService->asyncWriteSetStrData("Portfolios", m));
+    ASSERT_TRUE(m_pService->removeSetStrData("Portfolios", "y"));
+    ASSERT_TRUE(m_pService->removeSetStrData("Portfolios", "x"));
+    ASSERT_TRUE(m_pService->asyncWriteData("Portfolios", "x", doc(1))) << "a hash of the same name";
+    const std::set<std::string> expected = {"z", "*", "a b", "[1]"};
+    ASSERT_TRUE(m_pService->readSetStrData("Portfolios", members));
+    EXPECT_EQ(expected, members) << "pending";
+
+    m_pFault->setFailWrites(false);
+    m_pService->flush();
+    PersistServicePtr other = anotherConnection();
+    ASSERT_TRUE(other->readSetStrData("Portfolios", members));
+    EXPECT_EQ(expected, members) << "stored";
+    EXPECT_EQ(doc(1), other->readData("Portfolios", "x"));
+
+    for (const std::string& m : expected) ASSERT_TRUE(m_pService->removeSetStrData("Portfolios", m));
+    m_pService->flush();
+    ASSERT_TRUE(other->readSetStrData("Portfolios", members));
+    EXPECT_TRUE(members.empty());
+}
+
+TEST_P(PersistConformance, ListsAppendReplaceAndRead) {
+    std::vector<bson::BSONObj> items;
+    ASSERT_TRUE(m_pService->readListData("Repurchase", items));
+    EXPECT_TRUE(items.empty());
+
+    ASSERT_TRUE(m_pService->asyncWriteListData("Repurchase", {doc(1), doc(2)}, false));
+    m_pService->flush();
+    m_pFault->setFailWrites(true);
+    ASSERT_TRUE(m_pService->asyncWriteListData("Repurchase", {doc(3)}, false));
+    ASSERT_TRUE(m_pService->readListData("Repurchase", items));
+    EXPECT_EQ((std::vector<bson::BSONObj>{doc(1), doc(2), doc(3)}), items)
+        << "stored part plus pending append";
+    ASSERT_TRUE(m_pService->asyncWriteListData("Repurchase", {doc(9)}, true));
+    ASSERT_TRUE(m_pService->asyncWriteListData("Repurchase", {doc(10), doc(11)}, false));
+    ASSERT_TRUE(m_pService->readListData("Repurchase", items));
+    EXPECT_EQ((std::vector<bson::BSONObj>{doc(9), doc(10), doc(11)}), items) << "pending replace then append";
+
+    m_pFault->setFailWrites(false);
+    m_pService->flush();
+    PersistServicePtr other = anotherConnection();
+    ASSERT_TRUE(other->readListData("Repurchase", items));
+    EXPECT_EQ((std::vector<bson::BSONObj>{doc(9), doc(10), doc(11)}), items);
+
+    ASSERT_TRUE(m_pService->asyncWriteListData("Repurchase", {}, true));
+    m_pService->flush();
+    ASSERT_TRUE(other->readListData("Repurchase", items));
+    EXPECT_TRUE(items.empty());
+}
+
+TEST_P(PersistConformance, QueuedOperationsApplyInQueueOrder) {
+    reopen(7);  // many small transactions, so the order holds across them too
+    std::mt19937 rng(12345);
+    std::map<std::string, bson::BSONObj> model;
+    for (int i = 0; i < 2000; ++i) {
+        const std::string key = "O____" + std::to_string(rng() % 40);
+        if (rng() % 4 == 0) {
+            ASSERT_TRUE(m_pService->removeData(kHash, key));
+            model.erase(key);
+        } else if (rng() % 8 == 0) {
+            std::vector<std::pair<std::string, bson::BSONObj> > batch = {{key, doc(i)}, {key + "b", doc(-i)}};
+            ASSERT_TRUE(m_pService->asyncWriteDatas(kHash, batch));
+            model[key] = doc(i);
+            model[key + "b"] = doc(-i);
+        } else {
+            ASSERT_TRUE(m_pService->asyncWriteData(kHash, key, doc(i)));
+            model[key] = doc(i);
+        }
+    }
+    m_pService->flush();
+    std::map<std::string, bson::BSONObj> stored;
+    ASSERT_TRUE(anotherConnection()->readAllData(kHash, "O____.*", stored));
+    EXPECT_EQ(model, stored);
+}
+
+TEST_P(PersistConformance, ReadsSeeEarlierWritesFromEveryThread) {
+    std::atomic<int> stale(0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            const std::string prefix = "T" + std::to_string(t) + "____";
+            for (int i = 0; i < 400; ++i) {
+                const std::string key = prefix + std::to_string(i % 7);
+                if (!m_pService->asyncWriteData(kHash, key, doc(i))) ++stale;
+                if (m_pService->readData(kHash, key) != doc(i)) ++stale;
+                if (i % 25 == 0) {
+                    std::map<std::string, bson::BSONObj> out;
+                    m_pService->readAllData(kHash, prefix + ".*", out);
+                    if (out[key] != doc(i)) ++stale;
+                }
+            }
+        });
+    }
+    for (std::thread& t : threads) t.join();
+    EXPECT_EQ(0, stale.load());
+    m_pService->flush();
+    PersistServicePtr other = anotherConnection();
+    for (int t = 0; t < 4; ++t) {
+        EXPECT_EQ(doc(399),
+                  other->readData(kHash, "T" + std::to_string(t) + "____" + std::to_string(399 % 7)));
+    }
+}
+
+TEST_P(PersistConformance, FlushLeavesNothingPendingAndEverythingStored) {
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_TRUE(m_pService->asyncWriteData(kHash, "F____" + std::to_string(i), doc(i)));
+    m_pService->flush();
+    const CPersistCounters c = m_pService->counters();
+    EXPECT_EQ(0u, c.m_nPending);
+    EXPECT_EQ(1000u, c.m_nQueued);
+    EXPECT_EQ(1000u, c.m_nApplied);
+    std::map<std::string, bson::BSONObj> out;
+    ASSERT_TRUE(anotherConnection()->readAllData(kHash, "F____.*", out));
+    EXPECT_EQ(1000u, out.size());
+}
+
+TEST_P(PersistConformance, WriteDataIsStoredWhenItReturns) {
+    for (int i = 0; i < 5; ++i) ASSERT_TRUE(m_pService->asyncWriteData(kHash, "W", doc(i)));
+    ASSERT_TRUE(m_pService->writeData(kHash, "W", doc(99)));
+    EXPECT_EQ(doc(99), anotherConnection()->readData(kHash, "W")) << "stored, and after the queued writes";
+    ASSERT_TRUE(m_pService->asyncWriteData(kHash, "W2", doc(7), true));
+    EXPECT_EQ(doc(7), anotherConnection()->readData(kHash, "W2"));
+}
+
+TEST_P(PersistConformance, RestartKeepsEverythingQueuedBeforeShutdown) {
+    for (int i = 0; i < 200; ++i)
+        ASSERT_TRUE(m_pService->asyncWriteData(kHash, "R____" + std::to_string(i), doc(i)));
+    ASSERT_TRUE(m_pService->removeData(kHash, "R____7"));
+    ASSERT_TRUE(
+        m_pService->asyncWriteDatas("NqLoanRepurchaseImpawnData", {{"L____1", doc(1)}, {"L____2", doc(2)}}));
+    ASSERT_TRUE(m_pService->asyncWriteSetStrData("Accounts", "10086"));
+    ASSERT_TRUE(m_pService->asyncWriteListData("History", {doc(1), doc(2)}, false));
+    reopen();  // shutdown drains the queue; no flush
+
+    std::map<std::string, bson::BSONObj> out;
+    ASSERT_TRUE(m_pService->readAllData(kHash, "R____.*", out));
+    EXPECT_EQ(199u, out.size());
+    EXPECT_EQ(0u, out.count("R____7"));
+    EXPECT_EQ(doc(150), out["R____150"]);
+    EXPECT_EQ(doc(2), m_pService->readData("NqLoanRepurchaseImpawnData", "L____2"));
+    std::set<std::string> members;
+    ASSERT_TRUE(m_pService->readSetStrData("Accounts", members));
+    EXPECT_EQ(std::set<std::string>{"10086"}, members);
+    std::vector<bson::BSONObj> items;
+    ASSERT_TRUE(m_pService->readListData("History", items));
+    EXPECT_EQ((std::vector<bson::BSONObj>{doc(1), doc(2)}), items);
+    std::vector<std::string> hashes;
+    std::string error;
+    ASSERT_TRUE(m_pService->backend()->listNames(NAMES_HASHES, &hashes, &error)) << error;
+    EXPECT_EQ((std::vector<std::string>{"NqLoanRepurchaseImpawnData", kHash}), hashes);
+}
+
+INSTANTIATE_TEST_SUITE_P(conformance, PersistConformance, ::testing::Values("memory", "sqlite", "redis"),
+                         [](const ::testing::TestParamInfo<std::string>& info) { return info.param; });
+
+}  // namespace
+}  // namespace persist

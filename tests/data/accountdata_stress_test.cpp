@@ -1,0 +1,177 @@
+// Concurrency of the account store: two threads push orders, deals and positions into one store
+// while a third subscribes, unsubscribes, reads under CAccountData::Lock, clears and
+// (un)initialises it. Bounded loops; run under ThreadSanitizer by the "tsan" label.
+//
+// Phase 1 mixes pushes with clear() and setInitialized(). Then the third thread clears the store a
+// last time, initialises it and subscribes with a snapshot; in phase 2 the pushers push every
+// record again (higher versions) while the third thread keeps reading, subscribing and caching.
+// At the end every record's final version is filed exactly once, indexed, seen by the snapshot
+// subscriber in rising order and delivered to the data center.
+#include "testing/StoreTestFixture.h"
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <set>
+#include <thread>
+
+namespace ttservice {
+namespace {
+
+using test::DealBuilder;
+using test::OrderBuilder;
+using test::PositionBuilder;
+
+const int kOrders = 200;
+const int kPositions = 30;
+const int kPhase1Rounds = 5;
+const int kPhase2Rounds = 3;
+
+class AccountDataStressTest : public test::StoreTestFixture {};
+
+std::string orderId(char thread, int i) { return std::string(1, thread) + "-o-" + std::to_string(i); }
+std::string tradeId(char thread, int i) { return std::string(1, thread) + "-d-" + std::to_string(i); }
+
+void pushRound(const CAccountDataPtr& store, char thread, int version, const CAccountInfoPtr& info) {
+    for (int i = 0; i < kOrders; ++i) {
+        store->updateData(OrderBuilder()
+                              .account(info)
+                              .sysId(orderId(thread, i))
+                              .tag(orderId(thread, i))
+                              .volume(1000)
+                              .traded(version)
+                              .build(),
+                          false);
+        store->updateData(
+            DealBuilder().account(info).tradeId(tradeId(thread, i)).orderSysId(orderId(thread, i)).volume(version).build(),
+            false);
+        if (i < kPositions)
+            store->updateData(PositionBuilder()
+                                  .account(info)
+                                  .instrument(std::string("p") + thread + std::to_string(i))
+                                  .volume(version)
+                                  .build(),
+                              false);
+    }
+}
+
+TEST_F(AccountDataStressTest, TwoPushersAndAReaderLeaveEveryRecordFiledOnceWithAgreeingIndexes) {
+    CAccountDataPtr store = makeStore(2147483647);
+    store->setInitialized(true);
+    std::atomic<int> phase1Done{0};
+    std::atomic<bool> phase2Go{false};
+
+    // What the snapshot subscriber of phase 2 saw: versions per order key.
+    std::mutex seenMutex;
+    std::map<std::string, std::vector<int> > seen;
+    SubRequestPtr snapshotSub;
+
+    std::thread reader([&] {
+        int loop = 0;
+        const DataCallback ignore = [](const IDataPtr&) {};
+        while (phase1Done.load() < 2 || loop < 40) {
+            ++loop;
+            SubRequestPtr a = store->subscribe(542, "", ignore, loop % 2 == 0);
+            SubRequestPtr b = store->subscribe(544, tradeId('A', loop % kOrders), ignore);
+            {
+                CAccountData::Lock lock(store);
+                const std::vector<IDataPtr> orders = store->getVector(542);
+                size_t n = 0;
+                for (const auto& kv : store->getMapDataRef(544)) n += kv.second ? 1 : 0;
+                (void)orders;
+                (void)n;
+            }
+            int buy = 0, sell = 0;
+            store->getUnDealVolume("rb2501", buy, sell);
+            store->getOrderById(orderId('B', loop % kOrders));
+            store->checkIndexes(nullptr);
+            if (loop % 10 == 0) store->clear();
+            if (loop % 7 == 0) store->setInitialized(loop % 2 == 0);
+            std::this_thread::yield();
+        }
+        store->clear();
+        store->setInitialized(true);
+        m_dataCenter->clearReceived();
+        snapshotSub = store->subscribe(542, "", [&](const IDataPtr& d) {
+            std::lock_guard<std::mutex> lock(seenMutex);
+            seen[d->getKey()].push_back(boost::static_pointer_cast<COrderDetail>(d)->m_nVolumeTraded);
+        }, true);
+        phase2Go = true;
+        while (phase1Done.load() < 4) {
+            ++loop;
+            SubRequestPtr a = store->subscribe(545, "", ignore, loop % 2 == 0);
+            {
+                CAccountData::Lock lock(store);
+                for (const auto& kv : store->getMapDataRef(542)) (void)kv;
+            }
+            store->getVector(544);
+            store->checkIndexes(nullptr);
+            if (loop % 5 == 0) store->startCacheDatas();
+            if (loop % 5 == 2) store->flushDatas();
+            std::this_thread::yield();
+        }
+    });
+
+    auto pusher = [&](char thread) {
+        for (int round = 1; round <= kPhase1Rounds; ++round) pushRound(store, thread, round, m_info);
+        ++phase1Done;
+        while (!phase2Go.load()) std::this_thread::yield();
+        for (int round = 1; round <= kPhase2Rounds; ++round) pushRound(store, thread, 100 + round, m_info);
+        ++phase1Done;
+    };
+    std::thread a(pusher, 'A');
+    std::thread b(pusher, 'B');
+    a.join();
+    b.join();
+    reader.join();
+    store->flushDatas();
+
+    const int finalVersion = 100 + kPhase2Rounds;
+    const std::vector<IDataPtr> orders = store->getVector(542);
+    const std::vector<IDataPtr> deals = store->getVector(544);
+    ASSERT_EQ(static_cast<size_t>(2 * kOrders), orders.size());
+    ASSERT_EQ(static_cast<size_t>(2 * kOrders), deals.size());
+    EXPECT_EQ(static_cast<size_t>(2 * kPositions), store->getVector(545).size());
+
+    // Which (key, version) reached the data center, one by one or in a replay.
+    std::set<std::pair<std::string, int> > delivered;
+    for (const auto& r : m_dataCenter->received())
+        if (r.data && r.data->getKind() == 542)
+            delivered.insert({r.data->getKey(), boost::static_pointer_cast<COrderDetail>(r.data)->m_nVolumeTraded});
+    for (const auto& batch : m_dataCenter->batches())
+        for (const IDataPtr& d : batch.datas)
+            if (d && d->getKind() == 542)
+                delivered.insert({d->getKey(), boost::static_pointer_cast<COrderDetail>(d)->m_nVolumeTraded});
+
+    for (char thread : {'A', 'B'}) {
+        for (int i = 0; i < kOrders; ++i) {
+            const std::string id = orderId(thread, i);
+            COrderDetailPtr order = store->getOrderById(id);
+            ASSERT_TRUE(order) << id;
+            EXPECT_EQ(finalVersion, order->m_nVolumeTraded) << id;
+            EXPECT_EQ(order, store->getOrderDetail(order->getKey())) << id;
+            EXPECT_EQ(order, store->getOrderByNqTag(order->m_tag)) << id;
+            std::vector<CDealDetailPtr> orderDeals;
+            store->getDeals(order, orderDeals);
+            ASSERT_EQ(1u, orderDeals.size()) << id;
+            EXPECT_EQ(finalVersion, orderDeals[0]->m_nVolume) << id;
+            EXPECT_EQ(1u, delivered.count({order->getKey(), finalVersion})) << id;
+
+            std::lock_guard<std::mutex> lock(seenMutex);
+            const std::vector<int>& versions = seen[order->getKey()];
+            ASSERT_FALSE(versions.empty()) << id;
+            for (size_t v = 1; v < versions.size(); ++v) EXPECT_LT(versions[v - 1], versions[v]) << id;
+            EXPECT_EQ(finalVersion, versions.back()) << id;
+        }
+    }
+
+    const CAccountDataStats stats = store->getStatistics();
+    const uint64_t pushesPerKind = 2ull * kOrders * (kPhase1Rounds + kPhase2Rounds);
+    EXPECT_EQ(pushesPerKind, stats.filed(542));
+    EXPECT_EQ(pushesPerKind, stats.filed(544));
+    std::string report;
+    EXPECT_TRUE(store->checkIndexes(&report)) << report;
+}
+
+}  // namespace
+}  // namespace ttservice

@@ -1,0 +1,598 @@
+// DataCenter registry: instrument table and its indexes (futures fallback, partial reloads, product
+// names, DCE spread legs, IPO code), tick sizes, trade days by the terminal's clock, exchange
+// rates, exchange status, account registry and the account-data notification, and concurrent
+// reloads against look-ups.
+#include "base/data/DataCenter.h"
+
+#include "base/TraderCenter.h"
+#include "base/data/CAccountData.h"
+#include "testing/LogCapture.h"
+#include "utils/TimeUtils.h"
+
+#include <gtest/gtest.h>
+
+#include <boost/make_shared.hpp>
+#include <boost/thread/mutex.hpp>
+
+#include <atomic>
+#include <cmath>
+#include <limits>
+#include <thread>
+
+using namespace ttservice;
+
+namespace {
+
+CInstrumentDetailPtr instrument(const std::string& market, const std::string& code, const std::string& name = "",
+                                const std::string& product = "") {
+    CInstrumentDetailPtr d = boost::make_shared<CInstrumentDetail>();
+    d->m_strExchangeID = market;
+    d->m_strInstrumentID = code;
+    d->m_strInstrumentName = name;
+    d->m_strProductID = product;
+    return d;
+}
+
+std::string keyOf(const CInstrumentDetailPtr& d) { return d ? d->getKey() : std::string(); }
+
+// A clock and a quote source the test controls.
+class FakePrimitive : public IPrimitive {
+public:
+    boost::shared_ptr<void> subQuote(const std::string&, const std::string&, const QuoteCallback&) override {
+        return boost::shared_ptr<void>();
+    }
+    CPriceDataPtr getPrice(int, const std::string& market, const std::string& code) override {
+        return m_quote && m_quote->m_strExchangeID == market && m_quote->m_strInstrumentID == code ? m_quote
+                                                                                                   : CPriceDataPtr();
+    }
+    int64_t getCurrentTime() override { return m_now; }
+    int64_t m_now = 0;
+    CPriceDataPtr m_quote;
+};
+
+class DataCenterTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_dc = boost::make_shared<DataCenter>();
+        m_primitive = boost::make_shared<FakePrimitive>();
+        TraderCenter::instance()->setDataCenter(m_dc);
+        TraderCenter::instance()->setPrimitive(m_primitive);
+    }
+    void TearDown() override { TraderCenter::instance()->reset(); }
+
+    void expectIndexesAgree() {
+        std::string report;
+        EXPECT_TRUE(m_dc->checkInstrumentIndexes(&report)) << report;
+    }
+
+    DataCenterPtr m_dc;
+    boost::shared_ptr<FakePrimitive> m_primitive;
+};
+
+// ---- tick sizes ------------------------------------------------------------------------------------
+
+TEST_F(DataCenterTest, PriceDiffTakesTheSmallestBoundNotBelowThePriceWithinTolerance) {
+    m_dc->setPriceDiff("SHFEcu", 1000.0, 0.5);
+    m_dc->setPriceDiff("SHFEcu", 5000.0, 1.0);
+    m_dc->setPriceDiff("SHFEcu", 10000.0, 2.0);
+    // Refused entries leave no table behind.
+    m_dc->setPriceDiff("BAD", 100.0, 0.0);
+    m_dc->setPriceDiff("BAD", 100.0, -0.01);
+    m_dc->setPriceDiff("BAD", std::nan(""), 0.1);
+    m_dc->setPriceDiff("BAD", 100.0, std::numeric_limits<double>::infinity());
+    const struct {
+        const char* key;
+        double price;
+        double tick;
+    } cases[] = {
+        {"UNKNOWN", 1.0, 0.01},
+        {"BAD", 50.0, 0.01},
+        {"SHFEcu", -5.0, 0.5},
+        {"SHFEcu", 500.0, 0.5},
+        {"SHFEcu", 1000.0, 0.5},
+        {"SHFEcu", 1000.000005, 0.5},  // above the bound by less than the tolerance
+        {"SHFEcu", 1000.0001, 1.0},
+        {"SHFEcu", 9999.99, 2.0},
+        {"SHFEcu", 10000.000009, 2.0},
+        {"SHFEcu", 10000.0001, 0.01},  // above every bound
+        {"SHFEcu", TT_INVALID_DOUBLE, 0.01},
+        {"SHFEcu", std::nan(""), 0.01},
+    };
+    for (const auto& c : cases) EXPECT_DOUBLE_EQ(c.tick, m_dc->getPriceDiff(c.key, c.price)) << c.key << " " << c.price;
+    m_dc->setPriceDiff("SHFEcu", 1000.0, 0.2);  // a bound is overwritten, not duplicated
+    EXPECT_DOUBLE_EQ(0.2, m_dc->getPriceDiff("SHFEcu", 900.0));
+    EXPECT_DOUBLE_EQ(1.0, m_dc->getPriceDiff("SHFEcu", 1000.5));
+}
+
+// ---- instruments -------------------------------------------------------------------------------------
+
+TEST_F(DataCenterTest, FuturesCodeAskedUnderAnotherFuturesExchangeFindsItsRealExchange) {
+    m_dc->setInstrumentDetail({"DCE", "SHFE", "CZCE", "SH"},
+                              {instrument("DCE", "m2409", "豆粕2409", "m"), instrument("SHFE", "rb2410", "螺纹钢2410", "rb"),
+                               instrument("DCE", "XX01", "", "x"), instrument("CZCE", "XX01", "", "X"),
+                               instrument("SH", "600000", "浦发银行", "")});
+    const struct {
+        const char* market;
+        const char* code;
+        const char* key;
+        const char* realMarket;
+        const char* product;
+    } cases[] = {
+        {"DCE", "m2409", "DCEm2409", "DCE", "m"},
+        {"SHFE", "m2409", "DCEm2409", "DCE", "m"},
+        {"CZCE", "m2409", "DCEm2409", "DCE", "m"},
+        {"CFFEX", "m2409", "DCEm2409", "DCE", "m"},
+        {"INE", "rb2410", "SHFErb2410", "SHFE", "rb"},
+        {"SHFE", "XX01", "CZCEXX01", "CZCE", "X"},  // tried in sorted order: CZCE before DCE
+        {"DCE", "XX01", "DCEXX01", "DCE", "x"},     // a direct hit needs no fallback
+        {"SH", "m2409", "", "", ""},                // not a futures exchange: no fallback
+        {"", "m2409", "", "", ""},
+        {"SHFE", "zz9999", "", "", ""},
+        {"SHFE", "", "", "", ""},
+        {"SH", "600000", "SH600000", "SH", ""},
+        {"SZ", "600000", "", "", ""},
+        {"GFEX", "m2409", "", "", ""},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.key, keyOf(m_dc->getInstrument(c.market, c.code))) << c.market << " " << c.code;
+        EXPECT_EQ(c.realMarket, m_dc->getRealMarket(c.market, c.code)) << c.market << " " << c.code;
+        EXPECT_EQ(c.product, m_dc->getProduct(c.market, c.code)) << c.market << " " << c.code;
+    }
+    EXPECT_EQ("DCEm2409", keyOf(m_dc->getInstrumentByKey("DCEm2409")));
+    EXPECT_FALSE(m_dc->getInstrumentByKey("SHFEm2409"));  // the plain key look-up has no fallback
+}
+
+TEST_F(DataCenterTest, ReloadingOneMarketKeepsTheOthersAndDropsItsOwnFromEveryIndex) {
+    m_dc->setInstrumentDetail({"SH", "SZ"}, {instrument("SH", "600000", "浦发银行", "A"), instrument("SH", "600004", "白云机场", "A"),
+                                             instrument("SZ", "000001", "平安银行", "A"), instrument("SZ", "300750", "宁德时代", "C")});
+    m_dc->setInstrumentDetail({"SH"}, {instrument("SH", "600000", "浦发银行", "A"), instrument("SH", "601318", "中国平安", "B")});
+
+    EXPECT_TRUE(m_dc->getInstrumentByKey("SZ000001"));
+    EXPECT_TRUE(m_dc->getInstrumentByKey("SZ300750"));
+    EXPECT_EQ(2u, m_dc->getExchangeInstruments("SZ").size());
+    EXPECT_TRUE(m_dc->getInstrumentByKey("SH601318"));
+    // The instrument left out of the reload is gone from all four indexes.
+    EXPECT_FALSE(m_dc->getInstrumentByKey("SH600004"));
+    EXPECT_FALSE(m_dc->getInstrumentByCode("600004"));
+    EXPECT_EQ(0u, m_dc->getExchangeInstruments("SH").count("SH600004"));
+    const InstrumentMap productA = m_dc->getProductInstruments("A");
+    ASSERT_EQ(2u, productA.size());
+    EXPECT_EQ(1u, productA.count("SH600000"));
+    EXPECT_EQ(1u, productA.count("SZ000001"));
+    EXPECT_EQ(4u, m_dc->getInstruments().size());
+    EXPECT_EQ(3u, m_dc->getAllProductInstruments().size());
+    expectIndexesAgree();
+
+    m_dc->setInstrumentDetail({"SZ"}, {});
+    EXPECT_TRUE(m_dc->getExchangeInstruments("SZ").empty());
+    EXPECT_TRUE(m_dc->getProductInstruments("C").empty());
+    EXPECT_EQ("", m_dc->getProductNameByID("C"));
+    EXPECT_EQ(2u, m_dc->getInstruments().size());
+    expectIndexesAgree();
+}
+
+TEST_F(DataCenterTest, LaterDetailWithTheSameKeyReplacesTheEarlierInEveryIndex) {
+    m_dc->setInstrumentDetail({"SHFE"}, {instrument("SHFE", "rb2410", "螺纹钢2410", "rb"),
+                                         instrument("SHFE", "rb2410", "螺纹2410", "rbx")});
+    EXPECT_EQ("rbx", m_dc->getProduct("SHFE", "rb2410"));
+    EXPECT_TRUE(m_dc->getProductInstruments("rb").empty());
+    EXPECT_EQ("螺纹", m_dc->getProductNameByID("rbx"));
+    // Filed again without its market listed: still one entry, indexes consistent.
+    m_dc->setInstrumentDetail({}, {instrument("SHFE", "rb2410", "螺纹钢2410", "rb")});
+    EXPECT_EQ(1u, m_dc->getExchangeInstruments("SHFE").size());
+    EXPECT_EQ("rb", m_dc->getProduct("SHFE", "rb2410"));
+    expectIndexesAgree();
+}
+
+TEST_F(DataCenterTest, ProductNameIsTheNameWithoutTrailingDigits) {
+    const struct {
+        const char* name;
+        const char* carried;
+        const char* productId;
+        const char* expected;
+    } cases[] = {
+        {"螺纹钢2410", "", "rb", "螺纹钢"},
+        {"沪深300股指2406", "", "IF", "沪深300股指"},  // only the trailing run is cut
+        {"IF2406", "", "IF", "IF"},
+        {"浦发银行", "", "", "浦发银行"},               // no trailing digits: the whole name
+        {"", "", "rb", "rb"},                           // empty name: the product id
+        {"", "Rebar", "rb", "Rebar"},                   // ... unless the record carries a name
+        {"2410", "", "rb", "rb"},                       // only digits: nothing left
+        {"", "", "", ""},
+    };
+    for (const auto& c : cases) {
+        CInstrumentDetail d;
+        d.m_strInstrumentName = c.name;
+        d.m_strProductName = c.carried;
+        d.m_strProductID = c.productId;
+        EXPECT_EQ(c.expected, DataCenter::productNameOf(d)) << c.name;
+    }
+    // setInstrumentDetail writes it into the record; the product's name is its lowest key's.
+    m_dc->setInstrumentDetail({"SHFE"}, {instrument("SHFE", "rb2501", "螺纹钢2501", "rb"), instrument("SHFE", "rb2410", "螺纹2410", "rb")});
+    EXPECT_EQ("螺纹钢", m_dc->getInstrumentByKey("SHFErb2501")->m_strProductName);
+    EXPECT_EQ("螺纹", m_dc->getProductNameByID("rb"));
+    EXPECT_EQ("", m_dc->getProductNameByID("zz"));
+}
+
+TEST_F(DataCenterTest, DceSpreadLegsGoToTheirListOnce) {
+    auto combo = [](const std::string& market, const std::string& code, bool isCombination) {
+        CInstrumentDetailPtr d = instrument(market, code);
+        d->m_bIsCombination = isCombination;
+        return d;
+    };
+    const std::vector<CInstrumentDetailPtr> dce = {
+        combo("DCE", "SP a2405&a2409", true),   combo("DCE", "SPC a2405&m2405", true),
+        combo("DCE", "SP m2409", true),         combo("DCE", "SP a&b&c", true),
+        combo("DCE", "SPX y2405&y2409", true),  // "SP..." prefix: cross period
+        combo("DCE", "SP c2405&c2409", false),  // not flagged as a combination
+        combo("DCE", "SPC", true),              // no legs at all
+    };
+    m_dc->setInstrumentDetail({"DCE", "CZCE"}, dce);
+    m_dc->setInstrumentDetail({"CZCE"}, {combo("CZCE", "SP SR405&SR409", true)});  // not DCE
+    const StringPairList period = {{"a2405", "a2409"}, {"y2405", "y2409"}};
+    const StringPairList product = {{"a2405", "m2405"}};
+    EXPECT_EQ(period, m_dc->getDceCrossPeriod());
+    EXPECT_EQ(product, m_dc->getDceCrossProduct());
+    // Reloading DCE rebuilds the lists; filing a spread again without reloading DCE adds nothing.
+    m_dc->setInstrumentDetail({"DCE"}, dce);
+    m_dc->setInstrumentDetail({}, {combo("DCE", "SP a2405&a2409", true)});
+    EXPECT_EQ(period, m_dc->getDceCrossPeriod());
+    EXPECT_EQ(product, m_dc->getDceCrossProduct());
+}
+
+TEST_F(DataCenterTest, IpoCodeListsTheIpoInstrumentKeysInKeyOrder) {
+    auto ipo = [](const std::string& market, const std::string& code) {
+        CInstrumentDetailPtr d = instrument(market, code, "新股申购");
+        d->m_bIsIPO = true;
+        return d;
+    };
+    EXPECT_EQ("", m_dc->getIpoCode());
+    m_dc->setInstrumentDetail({"SH", "SZ"}, {ipo("SZ", "301999"), instrument("SH", "600000"), ipo("SH", "732001")});
+    EXPECT_EQ("SH732001,SZ301999", m_dc->getIpoCode());
+    m_dc->setInstrumentDetail({"SZ"}, {instrument("SZ", "301999")});
+    EXPECT_EQ("SH732001", m_dc->getIpoCode());
+    // A flag changed on a filed record counts after setIpoCode.
+    m_dc->getInstrumentByKey("SH600000")->m_bIsIPO = true;
+    m_dc->setIpoCode();
+    EXPECT_EQ("SH600000,SH732001", m_dc->getIpoCode());
+    expectIndexesAgree();
+}
+
+TEST_F(DataCenterTest, BadInstrumentDetailsAreSkippedOrGivenDefaults) {
+    test::LogCapture log;
+    m_dc->setInstrumentDetail({"SH", "XYZ"}, {CInstrumentDetailPtr(), instrument("SH", "", "无代码"),
+                                              instrument("SH", "600000", ""), instrument("XYZ", "ABC1", "Foo1", "foo")});
+    EXPECT_EQ(2u, m_dc->getInstruments().size());
+    EXPECT_EQ(1u, log.count("empty instrument detail at position 0 skipped"));
+    EXPECT_EQ(1u, log.count("instrument detail at position 1 has no instrument code"));
+    EXPECT_FALSE(m_dc->getInstrumentByCode(""));
+    EXPECT_EQ("", m_dc->getInstrumentByKey("SH600000")->m_strProductName);
+    // An exchange nobody described: instruments are filed, exchange look-ups give the defaults.
+    EXPECT_EQ("XYZABC1", keyOf(m_dc->getInstrument("XYZ", "ABC1")));
+    EXPECT_FALSE(m_dc->getExchange("XYZ"));
+    EXPECT_EQ("", m_dc->getMarketTradeDay("XYZ"));
+    expectIndexesAgree();
+}
+
+// ---- exchanges and trade days --------------------------------------------------------------------
+
+CExchangeDetailPtr exchange(const std::string& code, const std::string& tradeDay) {
+    CExchangeDetailPtr e = boost::make_shared<CExchangeDetail>();
+    e->m_strExchangeID = code;
+    e->m_strTradeDay = tradeDay;
+    return e;
+}
+
+TEST_F(DataCenterTest, StockTradeDayIsTheLaterOfShAndSzElseTheClockDate) {
+    m_primitive->m_now = utils::dateTimeToSeconds(20240315, 120000);
+    const struct {
+        const char* sh;  // nullptr: exchange unknown
+        const char* sz;
+        const char* expected;
+    } cases[] = {
+        {"20240102", "20240103", "20240103"},
+        {"20240105", "20240103", "20240105"},
+        {"20240105", nullptr, "20240105"},
+        {nullptr, "20240104", "20240104"},
+        {nullptr, nullptr, "20240315"},
+        {"", "abc", "20240315"},  // not a number
+        {"", "", "20240315"},
+    };
+    for (const auto& c : cases) {
+        DataCenterPtr dc = boost::make_shared<DataCenter>();
+        TraderCenter::instance()->setDataCenter(dc);
+        std::vector<CExchangeDetailPtr> exchanges;
+        if (c.sh) exchanges.push_back(exchange("SH", c.sh));
+        if (c.sz) exchanges.push_back(exchange("SZ", c.sz));
+        dc->setExchanges(exchanges);
+        EXPECT_EQ(c.expected, dc->getStockTradeDay()) << (c.sh ? c.sh : "-") << " " << (c.sz ? c.sz : "-");
+    }
+}
+
+TEST_F(DataCenterTest, ForeignTradeDayIsTheLatestOfTheThreeMarketsElseTheClockDate) {
+    m_primitive->m_now = utils::dateTimeToSeconds(20240316, 90000);
+    EXPECT_EQ("20240316", m_dc->getForeignTradeDay());
+    m_dc->setExchanges({exchange("SGX-A", "20240314"), exchange("SGX", "20240315"), exchange("GLOBEX", "20240313"),
+                        exchange("SH", "20240318")});
+    EXPECT_EQ("20240315", m_dc->getForeignTradeDay());
+    m_dc->setExchanges({exchange("GLOBEX", "20240317")});  // merged: the others stay
+    EXPECT_EQ("20240317", m_dc->getForeignTradeDay());
+    EXPECT_EQ("20240315", m_dc->getMarketTradeDay("SGX"));
+    EXPECT_EQ("20240318", m_dc->getMaxTradeDay());
+    std::vector<std::string> markets, days;
+    m_dc->getMarketAndTradeDay(markets, days);
+    EXPECT_EQ((std::vector<std::string>{"GLOBEX", "SGX", "SGX-A", "SH"}), markets);
+    EXPECT_EQ((std::vector<std::string>{"20240317", "20240315", "20240314", "20240318"}), days);
+}
+
+TEST_F(DataCenterTest, ExchangeRateIsOneUnlessTheRecordHoldsAUsableRate) {
+    EXPECT_DOUBLE_EQ(1.0, m_dc->getExchangeRate("HKD"));  // no record
+    CExchangeRatePtr rate = boost::make_shared<CExchangeRate>();
+    rate->m_mapRates = {{"USD", 7.1}, {"HKD", 0.92}, {"JPY", 0.0}, {"EUR", std::nan("")}, {"GBP", -9.0}};
+    m_dc->setExchangeRate(rate);
+    const struct {
+        const char* currency;
+        double expected;
+    } cases[] = {{"", 1.0},    {"USD", 1.0}, {"HKD", 0.92}, {"CNY", 1.0},
+                 {"JPY", 1.0}, {"EUR", 1.0}, {"GBP", 1.0}};
+    for (const auto& c : cases) EXPECT_DOUBLE_EQ(c.expected, m_dc->getExchangeRate(c.currency)) << c.currency;
+    rate->m_mapRates["HKD"] = 5.0;  // the caller's record is not the one in force
+    EXPECT_DOUBLE_EQ(0.92, m_dc->getExchangeRate("HKD"));
+    m_dc->setExchangeRate(CExchangeRatePtr());
+    EXPECT_DOUBLE_EQ(1.0, m_dc->getExchangeRate("HKD"));
+}
+
+CExchangeStatusPtr status(const std::string& market, const std::string& product, int st, int auction, int paused) {
+    CExchangeStatusPtr s = boost::make_shared<CExchangeStatus>();
+    s->m_strExchangeID = market;
+    s->m_strProductID = product;
+    s->m_nStatus = static_cast<EExchangeStatus>(st);
+    s->m_nIsAuction = auction;
+    s->m_nIsPaused = paused;
+    return s;
+}
+
+TEST_F(DataCenterTest, AnyMarketTradingNeedsAnAuthenticatedMarketInContinuousTrading) {
+    const struct {
+        CExchangeStatusPtr status;
+        bool expected;
+    } cases[] = {
+        {status("SH", "", 50, 0, 0), true},
+        {status("SZ", "", 50, 0, 0), false},  // not authenticated
+        {status("SH", "", 49, 0, 0), false},
+        {status("SH", "", 50, 1, 0), false},
+        {status("SH", "", 50, 0, 1), false},
+        {status("SHFE", "rb", 50, 0, 0), true},
+    };
+    TraderCenter::instance()->setFullAuthenticatedMarketSet({"SH", "SHFE"});
+    for (const auto& c : cases) {
+        DataCenter dc;
+        dc.updateExchangeStatus(c.status);
+        dc.updateExchangeStatus(CExchangeStatusPtr());
+        EXPECT_EQ(c.expected, dc.isAnyMarketTrading()) << c.status->toString();
+    }
+    // A later status of the same key replaces the earlier one.
+    m_dc->updateExchangeStatus(status("SH", "", 50, 0, 0));
+    m_dc->updateExchangeStatus(status("SH", "", 54, 0, 0));
+    EXPECT_FALSE(m_dc->isAnyMarketTrading());
+    m_dc->updateExchangeStatus(status("SHFE", "", 50, 0, 0));
+    {
+        test::LogCapture log;
+        EXPECT_TRUE(m_dc->isAnyMarketTrading());
+        EXPECT_TRUE(log.contains("market = SHFE, status = 50."));
+    }
+    TraderCenter::instance()->setFullAuthenticatedMarketSet({});
+    EXPECT_FALSE(m_dc->isAnyMarketTrading());
+}
+
+TEST_F(DataCenterTest, PlainStoresAnswerTheirDefaultsWhenEmpty) {
+    EXPECT_EQ(0, m_dc->getMarketTime("SH"));
+    EXPECT_EQ(0, m_dc->getMarketStatus("SH"));
+    EXPECT_FALSE(m_dc->getProductNSData(7));
+    EXPECT_FALSE(m_dc->isUpToDate());
+    EXPECT_EQ(0, static_cast<int>(m_dc->getKLineDatasStatus()));
+    EXPECT_TRUE(m_dc->getHGTAccountSettlementRate().empty());
+    EXPECT_FALSE(m_dc->getPrice(0, "SH", "600000"));
+
+    m_dc->setMarketTime({{"SH", 1710475200}, {"SZ", 1710475201}});
+    m_dc->setMarketTime({{"SH", 1710475300}});
+    EXPECT_EQ(1710475300, m_dc->getMarketTime("SH"));
+    EXPECT_EQ(1710475201, m_dc->getMarketTime("SZ"));
+    m_dc->setMarketStatus("SH", 2);
+    EXPECT_EQ(2, m_dc->getMarketStatus("SH"));
+
+    boost::shared_ptr<CProductNSData> ns = boost::make_shared<CProductNSData>(7);
+    EXPECT_TRUE(ns->setNetValue(20240315, 1.0234));
+    EXPECT_FALSE(ns->setNetValue(0, 1.0));
+    EXPECT_FALSE(ns->setNetValue(20240316, std::nan("")));
+    m_dc->addProductNSData(ns);
+    m_dc->addProductNSData(boost::shared_ptr<CProductNSData>());
+    double value = 0.0;
+    int date = 0;
+    ASSERT_TRUE(m_dc->getProductNSData(7));
+    EXPECT_TRUE(m_dc->getProductNSData(7)->getNetValue(20240315, value));
+    EXPECT_DOUBLE_EQ(1.0234, value);
+    EXPECT_FALSE(m_dc->getProductNSData(7)->getNetValue(20240316, value));
+    EXPECT_TRUE(ns->getLatestNetValue(date, value));
+    EXPECT_EQ(20240315, date);
+
+    SettlementRateMap rates;
+    rates["HKD"].m_dBuyRate = 0.91;
+    m_dc->updateHGTAccountSettlementRate(rates);
+    SettlementRateMap copy = m_dc->getHGTAccountSettlementRate();
+    copy["HKD"].m_dBuyRate = 5.0;  // a copy: the data center's stays
+    EXPECT_DOUBLE_EQ(0.91, m_dc->getHGTAccountSettlementRate()["HKD"].m_dBuyRate);
+    EXPECT_TRUE(m_dc->getSgtAccountSettlementRate().empty());
+
+    KLineDataMap kline;
+    kline["SH"]["600000"]["1d"] = boost::make_shared<quoter::KLineData>();
+    m_dc->setKLineDatas(kline);
+    m_dc->setKLineDatasStatus(NQ_KLINE_STATUS_LOADED);
+    EXPECT_EQ(1u, m_dc->getKLineDatas()["SH"]["600000"].count("1d"));
+    EXPECT_EQ(NQ_KLINE_STATUS_LOADED, m_dc->getKLineDatasStatus());
+
+    CPriceDataPtr quote = boost::make_shared<CPriceData>();
+    quote->m_strExchangeID = "SH";
+    quote->m_strInstrumentID = "600000";
+    m_primitive->m_quote = quote;
+    EXPECT_EQ(quote, m_dc->getPrice(0, "SH", "600000"));
+    EXPECT_TRUE(m_dc->getETFDataCenter());
+    EXPECT_TRUE(m_dc->getPortfolioManager());
+}
+
+// ---- accounts ------------------------------------------------------------------------------------------
+
+// Stores that never arm their price-refresh timer (copied: make_shared takes its argument by reference).
+const int kNoRefresh = CAccountData::UPDATE_INTERVAL_DISABLED;
+
+IDataPtr summary(const std::string& accountKey) {
+    boost::shared_ptr<CAccountSummary> s = boost::make_shared<CAccountSummary>();
+    s->m_strAccountKey = accountKey;
+    return s;
+}
+
+TEST_F(DataCenterTest, UpdateDataReachesTheStoreOfItsKeyOrTheGlobalStoreForTheDefaultKey) {
+    const boost::shared_ptr<CAccountData> global = m_dc->getGlobalData();
+    ASSERT_TRUE(global);
+    EXPECT_EQ(global, m_dc->getAccount(""));
+    const boost::shared_ptr<CAccountData> store = boost::make_shared<CAccountData>(kNoRefresh);
+    m_dc->addAccount("20001_880001", store);
+
+    m_dc->updateData("20001_880001", summary("a"));
+    m_dc->updateData("no_such_account", summary("b"));
+    m_dc->updateData(CAccountInfo().getKey(), summary("c"));
+    m_dc->updateData("20001_880001", IDataPtr());
+
+    EXPECT_TRUE(store->getData(555, "a"));
+    EXPECT_FALSE(store->getData(555, "b"));
+    EXPECT_FALSE(global->getData(555, "b"));  // an unknown key is dropped, not sent to the global store
+    EXPECT_TRUE(global->getData(555, "c"));
+    EXPECT_FALSE(store->getData(555, "c"));
+}
+
+TEST_F(DataCenterTest, ReAddingAnAccountClearsTheReplacedStoreOnly) {
+    test::LogCapture log;
+    const boost::shared_ptr<CAccountData> first = boost::make_shared<CAccountData>(kNoRefresh);
+    const boost::shared_ptr<CAccountData> second = boost::make_shared<CAccountData>(kNoRefresh);
+    m_dc->addAccount("K", first);
+    m_dc->updateData("K", summary("x"));
+    m_dc->addAccount("K", first);  // the same store again: nothing is cleared
+    EXPECT_TRUE(first->getData(555, "x"));
+    m_dc->addAccount("K", second);
+    EXPECT_FALSE(first->getData(555, "x"));
+    EXPECT_EQ(second, m_dc->getAccount("K"));
+    m_dc->updateData("K", summary("y"));
+    EXPECT_TRUE(second->getData(555, "y"));
+    m_dc->addAccount("K", boost::shared_ptr<CAccountData>());  // ignored
+    EXPECT_EQ(second, m_dc->getAccount("K"));
+    EXPECT_EQ(2u, m_dc->getAccounts().size());  // the global store and K
+    m_dc->removeAccount("K");
+    EXPECT_FALSE(m_dc->getAccount("K"));
+    EXPECT_EQ(4u, log.count("ttservice::DataCenter::addAccount : account = K"));
+}
+
+// ---- account-data notification -------------------------------------------------------------------
+
+TEST_F(DataCenterTest, NotificationReachesListenersAndKeyThenKindSubscribers) {
+    CAccountInfoPtr account = boost::make_shared<CAccountInfo>();
+    std::vector<std::string> calls;
+    boost::mutex mutex;
+    auto note = [&](const std::string& s) {
+        boost::mutex::scoped_lock lock(mutex);
+        calls.push_back(s);
+    };
+    boost::shared_ptr<void> single = m_dc->addAccountDataListener(
+        [&](const CAccountInfoPtr& a, const IDataPtr& d, const TTError& e) {
+            note("single:" + d->getKey() + ":" + std::to_string(e.m_nErrorID) + (a == account ? "" : ":wrong account"));
+        },
+        AccountDatasCallback());
+    boost::shared_ptr<void> batch = m_dc->addAccountDataListener(
+        AccountDataCallback(),
+        [&](const CAccountInfoPtr&, const std::vector<IDataPtr>& ds) { note("batch:" + std::to_string(ds.size())); });
+    EXPECT_FALSE(m_dc->addAccountDataListener(AccountDataCallback(), AccountDatasCallback()));
+    SubRequestPtr byKey = m_dc->subscribe("a", 555, [&](const IDataPtr& d) { note("key:" + d->getKey()); });
+    SubRequestPtr byKind = m_dc->subscribe("", 555, [&](const IDataPtr& d) { note("kind:" + d->getKey()); });
+    EXPECT_FALSE(m_dc->subscribe("a", 555, DataCallback()));
+
+    m_dc->onAccountData(account, summary("a"), TTError(3, "err"));
+    EXPECT_EQ((std::vector<std::string>{"single:a:3", "batch:1", "key:a", "kind:a"}), calls);
+    calls.clear();
+    m_dc->onAccountData(account, summary(""), TTError());  // an empty key: the kind's subscribers once
+    EXPECT_EQ((std::vector<std::string>{"single::0", "batch:1", "kind:"}), calls);
+    calls.clear();
+    m_dc->onAccountDatas(account, {summary("a"), summary("b")});
+    EXPECT_EQ((std::vector<std::string>{"single:a:0", "single:b:0", "batch:2", "key:a", "kind:a", "kind:b"}), calls);
+    calls.clear();
+    single.reset();
+    byKey.reset();
+    m_dc->onAccountData(account, summary("a"), TTError());
+    EXPECT_EQ((std::vector<std::string>{"batch:1", "kind:a"}), calls);
+}
+
+TEST_F(DataCenterTest, ListenerMayReleaseItselfAndRegisterAnotherFromInsideItsCallback) {
+    boost::shared_ptr<void> self;
+    boost::shared_ptr<void> added;
+    int selfCalls = 0, addedCalls = 0;
+    self = m_dc->addAccountDataListener(
+        [&](const CAccountInfoPtr&, const IDataPtr&, const TTError&) {
+            ++selfCalls;
+            self.reset();
+            added = m_dc->addAccountDataListener([&](const CAccountInfoPtr&, const IDataPtr&, const TTError&) { ++addedCalls; },
+                                                 AccountDatasCallback());
+        },
+        AccountDatasCallback());
+    m_dc->onAccountData(CAccountInfoPtr(), summary("a"), TTError());
+    m_dc->onAccountData(CAccountInfoPtr(), summary("b"), TTError());
+    EXPECT_EQ(1, selfCalls);
+    EXPECT_EQ(1, addedCalls);
+}
+
+// ---- concurrency ---------------------------------------------------------------------------------------
+
+// Reloads of a market are atomic for readers: a look-up sees one whole generation of the table,
+// never a mix of two or a half-erased market, and the derived IPO code always agrees with it.
+TEST_F(DataCenterTest, ConcurrentReloadAndLookUpsSeeWholeGenerations) {
+    const int kInstruments = 200;
+    const int kGenerations = 150;
+    auto generation = [&](int g) {
+        std::vector<CInstrumentDetailPtr> details;
+        for (int i = 0; i < kInstruments; ++i) {
+            CInstrumentDetailPtr d = instrument("SH", std::to_string(600000 + i), "G" + std::to_string(g), "P");
+            d->m_bIsIPO = (i == g % kInstruments);
+            details.push_back(d);
+        }
+        return details;
+    };
+    m_dc->setInstrumentDetail({"SH"}, generation(0));
+    std::atomic<bool> done(false);
+    std::atomic<int> problems(0);
+    std::thread writer([&] {
+        for (int g = 1; g <= kGenerations; ++g) m_dc->setInstrumentDetail({"SH"}, generation(g));
+        done = true;
+    });
+    auto reader = [&] {
+        while (!done) {
+            const InstrumentMap all = m_dc->getExchangeInstruments("SH");
+            if (all.size() != static_cast<size_t>(kInstruments)) {
+                ++problems;
+                continue;
+            }
+            const std::string name = all.begin()->second->m_strInstrumentName;
+            for (const auto& i : all)
+                if (i.second->m_strInstrumentName != name) ++problems;
+            const CInstrumentDetailPtr one = m_dc->getInstrument("SH", "600007");
+            if (!one || one->m_strInstrumentID != "600007") ++problems;
+            if (m_dc->getIpoCode().empty()) ++problems;
+            if (m_dc->getProductNameByID("P").empty()) ++problems;
+        }
+    };
+    std::thread r1(reader), r2(reader);
+    writer.join();
+    r1.join();
+    r2.join();
+    EXPECT_EQ(0, problems.load());
+    EXPECT_EQ("SH" + std::to_string(600000 + kGenerations % kInstruments), m_dc->getIpoCode());
+    expectIndexesAgree();
+}
+
+}  // namespace
