@@ -30,31 +30,23 @@ inline bool isUsablePrice(double p) { return p > kEpsilon && p < TT_INVALID_DOUB
 
 inline bool isHKConnectExchange(const std::string& exchange) { return exchange == "HGT" || exchange == "SGT"; }
 
-inline double askLevel(const CPriceData& q, int level) {
-    switch (level) {
-        case 1: return q.m_dAskPrice1;
-        case 2: return q.m_dAskPrice2;
-        case 3: return q.m_dAskPrice3;
-        case 4: return q.m_dAskPrice4;
-        default: return q.m_dAskPrice5;
-    }
-}
+// The book's levels by side, level 1 first.
+typedef double CPriceData::*PriceField;
+const PriceField kAskLevels[5] = {&CPriceData::m_dAskPrice1, &CPriceData::m_dAskPrice2, &CPriceData::m_dAskPrice3,
+                                  &CPriceData::m_dAskPrice4, &CPriceData::m_dAskPrice5};
+const PriceField kBidLevels[5] = {&CPriceData::m_dBidPrice1, &CPriceData::m_dBidPrice2, &CPriceData::m_dBidPrice3,
+                                  &CPriceData::m_dBidPrice4, &CPriceData::m_dBidPrice5};
 
-inline double bidLevel(const CPriceData& q, int level) {
-    switch (level) {
-        case 1: return q.m_dBidPrice1;
-        case 2: return q.m_dBidPrice2;
-        case 3: return q.m_dBidPrice3;
-        case 4: return q.m_dBidPrice4;
-        default: return q.m_dBidPrice5;
-    }
-}
+// The price of a level (1..5) of one side.
+inline double askLevel(const CPriceData& q, int level) { return q.*kAskLevels[level - 1]; }
+inline double bidLevel(const CPriceData& q, int level) { return q.*kBidLevels[level - 1]; }
 
-// The first non-empty price from `level` towards level 1 on one side of the book; TT_INVALID_DOUBLE
-// when every one of them is empty.
+// The first non-empty price from `level` (1..5) towards level 1 on one side of the book;
+// TT_INVALID_DOUBLE when every one of them is empty.
 inline double walkLadder(const CPriceData& q, bool askSide, int level) {
-    for (; level >= 1; --level) {
-        const double p = askSide ? askLevel(q, level) : bidLevel(q, level);
+    const PriceField* side = askSide ? kAskLevels : kBidLevels;
+    for (int i = level - 1; i >= 0; --i) {
+        const double p = q.*side[i];
         if (!isEmptyPrice(p)) return p;
     }
     return TT_INVALID_DOUBLE;

@@ -73,11 +73,17 @@ TEST(PriceHelperDirectionTest, DirectionOfEveryOperationAndItsAgreementWithTheOt
         const int direction = getDirectionByOperation(op);
         EXPECT_EQ(sells.count(op) ? '1' : '0', direction) << op;
         // Every operation that buys goes out as a buy.
-        if (DataHelper::isBuy(op)) EXPECT_EQ('0', direction) << op;
+        if (DataHelper::isBuy(op)) {
+            EXPECT_EQ('0', direction) << op;
+        }
         // A long operation that opens buys; one that closes (or closes today) sells.
         const int offset = DataHelper::getOffsetFlagByOperation(op);
-        if (DataHelper::isLong(op) && offset == '0') EXPECT_EQ('0', direction) << op;
-        if (DataHelper::isLong(op) && (offset == '1' || offset == '3')) EXPECT_EQ('1', direction) << op;
+        if (DataHelper::isLong(op) && offset == '0') {
+            EXPECT_EQ('0', direction) << op;
+        }
+        if (DataHelper::isLong(op) && (offset == '1' || offset == '3')) {
+            EXPECT_EQ('1', direction) << op;
+        }
     }
 }
 

@@ -95,6 +95,9 @@ std::string formatNumber(double value);
 // A record's JSON with the members equal to a new record's of the same class left out, and
 // without "class" and "m_accountInfo": what the record holds beyond its defaults.
 Json::Value nonDefaultFields(const Json::Value& recordJson);
+// Replaces every number that JSON cannot carry back (not finite, or at least 1e300 in magnitude,
+// such as TT_INVALID_DOUBLE, "no value") by null, in place.
+void writableNumbers(Json::Value& value);
 // Compact one-line JSON (UTF-8 kept, 15 significant digits).
 std::string compactJson(const Json::Value& value);
 
