@@ -170,6 +170,8 @@ public:
     // exactly once in total: either it is reflected in the snapshot (it was filed before the
     // subscription was registered) or it is delivered after the whole snapshot. Updates racing with
     // the snapshot delivery are held and delivered after it, in the order they were notified.
+    // Afterwards it behaves as the plain subscription: updates of one thread arrive in the order
+    // they were made; updates of several pushing threads may reach `cb` concurrently.
     SubRequestPtr subscribe(int kind, const std::string& key, const DataCallback& cb, bool withSnapshot);
 
     // ---- orders and deals -----------------------------------------------------------------------
@@ -266,8 +268,10 @@ public:
 
     // ---- lifecycle, monitoring --------------------------------------------------------------------
     // Ends every subscription, marks the store not initialised, empties the records and the side
-    // tables, cancels the refresh timer and clears the margin sum. The push cache, the order
-    // indexes and the deal groups are kept (new records replace them).
+    // tables derived from them or from the session (pending price changes, exchange status, last
+    // settlement prices, position trade table, fund position table), cancels the refresh timer
+    // and clears the margin sum. The push cache, the order indexes, the deal groups and the quote
+    // subscriptions are kept (new records replace them).
     void clear();
     CAccountDataStats getStatistics() const;
     // Verifies the order and deal indexes against the records (rules in the source). Returns true

@@ -18,134 +18,54 @@ const double kEpsilon = 1e-5;
 const double kNoUpperLimit = 100000.0;
 const double kNoUpperLimitTolerance = 0.0001;
 
-// Empty: at most 1e-5 in magnitude, the "no price" value, or not a finite number at all. Written
-// as negated comparisons so that a NaN is empty too.
-inline bool isEmptyPrice(double p) {
-    const double a = std::fabs(p);
-    return !(a > kEpsilon) || !(a < TT_INVALID_DOUBLE);
-}
+using price_detail::isEmptyPrice;
 
 // A price a fallback may hand out: finite, positive beyond the tolerance, not the "no price" value.
 inline bool isUsablePrice(double p) { return p > kEpsilon && p < TT_INVALID_DOUBLE; }
 
 inline bool isHKConnectExchange(const std::string& exchange) { return exchange == "HGT" || exchange == "SGT"; }
 
-// The book's levels by side, level 1 first.
-typedef double CPriceData::*PriceField;
-const PriceField kAskLevels[5] = {&CPriceData::m_dAskPrice1, &CPriceData::m_dAskPrice2, &CPriceData::m_dAskPrice3,
-                                  &CPriceData::m_dAskPrice4, &CPriceData::m_dAskPrice5};
-const PriceField kBidLevels[5] = {&CPriceData::m_dBidPrice1, &CPriceData::m_dBidPrice2, &CPriceData::m_dBidPrice3,
-                                  &CPriceData::m_dBidPrice4, &CPriceData::m_dBidPrice5};
-
-// The price of a level (1..5) of one side.
-inline double askLevel(const CPriceData& q, int level) { return q.*kAskLevels[level - 1]; }
-inline double bidLevel(const CPriceData& q, int level) { return q.*kBidLevels[level - 1]; }
-
-// The first non-empty price from `level` (1..5) towards level 1 on one side of the book;
-// TT_INVALID_DOUBLE when every one of them is empty.
-inline double walkLadder(const CPriceData& q, bool askSide, int level) {
-    const PriceField* side = askSide ? kAskLevels : kBidLevels;
-    for (int i = level - 1; i >= 0; --i) {
-        const double p = q.*side[i];
-        if (!isEmptyPrice(p)) return p;
-    }
-    return TT_INVALID_DOUBLE;
-}
-
-// The selection shared by the order and the calc flavours. `exchangeRuleApplied` is set when a
-// type-12 exchange rule decided the price outright; such a price is final and skips the limit check.
-double selectPrice(const CPriceData& q, int priceType, int operation, bool forOrder, bool& exchangeRuleApplied) {
-    exchangeRuleApplied = false;
-    const bool buy = getDirectionByOperation(operation) == DIRECTION_FLAG_BUY;
-    if (priceType == PRTP_HANG)
-        priceType = buy ? PRTP_BUY1 : PRTP_SALE1;
-    else if (priceType == PRTP_COMPETE)
-        priceType = buy ? PRTP_SALE1 : PRTP_BUY1;
-
-    if (priceType == PRTP_MARKET) {
-        const std::string& exchange = q.m_strExchangeID;
-        if (forOrder) {
-            if ((CPriceDataHelper::isFutureExchange(exchange) &&
-                 CPriceDataHelper::isSupportMarketPrice(exchange, q.m_strInstrumentID)) ||
-                isHKConnectExchange(exchange)) {
-                exchangeRuleApplied = true;
-                return 0.0;  // a market order carries no price
-            }
-        } else {
-            if (CPriceDataHelper::isFutureExchange(exchange)) {
-                exchangeRuleApplied = true;
-                return DataHelper::isBuy(operation) ? q.m_dUpperLimitPrice : q.m_dLowerLimitPrice;
-            }
-            if (isHKConnectExchange(exchange)) {
-                exchangeRuleApplied = true;
-                return q.m_dLastPrice;
-            }
-        }
-    }
-
-    double p = TT_INVALID_DOUBLE;
-    if (priceType >= PRTP_SALE5 && priceType <= PRTP_SALE1) {
-        p = walkLadder(q, true, 5 - priceType);  // 0..4 name ask levels 5..1
-    } else if (priceType >= PRTP_BUY1 && priceType <= PRTP_BUY5) {
-        p = walkLadder(q, false, priceType - 5);  // 6..10 name bid levels 1..5
-    } else if (priceType == PRTP_MARKET) {
-        if (buy) {
-            p = q.m_dUpperLimitPrice;
-            if (isEmptyPrice(p) || std::fabs(p - kNoUpperLimit) <= kNoUpperLimitTolerance) p = walkLadder(q, true, 5);
-        } else {
-            // No placeholder test on the sell side: a lower limit is never the 100000.0 placeholder.
-            p = q.m_dLowerLimitPrice;
-            if (isEmptyPrice(p)) p = walkLadder(q, false, 5);
-        }
-    }
-    if (isEmptyPrice(p)) p = q.m_dLastPrice;
-    if (isEmptyPrice(p)) p = q.m_dPreClosePrice;
-    return p;
-}
-
-// True when a selected price lies outside the quote's day limits by more than the tolerance. A
-// limit that is empty is absent (quotes of markets without daily limits leave them at 0) and an
-// empty result is no price: neither can break a limit.
-inline bool breaksLimits(const CPriceData& q, double p) {
-    if (isEmptyPrice(p)) return false;
-    const double upper = q.m_dUpperLimitPrice;
-    const double lower = q.m_dLowerLimitPrice;
-    return (!isEmptyPrice(upper) && p - upper > kEpsilon) || (!isEmptyPrice(lower) && lower - p > kEpsilon);
-}
-
 }  // namespace
 
-int getDirectionByOperation(int operation) {
-    switch (operation) {
-        case 1: case 2: case 3: case 6: case 7: case 10: case 11: case 14: case 19: case 21: case 24:
-        case 27: case 29: case 33: case 34: case 36: case 39: case 43: case 45: case 47: case 49:
-        case 50: case 52: case 1005: case 1007: case 1010: case 1014: case 1021: case 1022:
-            return DIRECTION_FLAG_SELL;
-        default:
-            return DIRECTION_FLAG_BUY;
+bool CPriceDataHelper::selectLimitOrMarket(const CPriceData& q, int operation, bool forOrder, double& price) {
+    const std::string& exchange = q.m_strExchangeID;
+    if (forOrder) {
+        if ((isFutureExchange(exchange) && isSupportMarketPrice(exchange, q.m_strInstrumentID)) ||
+            isHKConnectExchange(exchange)) {
+            price = 0.0;  // a market order carries no price
+            return true;
+        }
+    } else {
+        if (isFutureExchange(exchange)) {
+            price = DataHelper::isBuy(operation) ? q.m_dUpperLimitPrice : q.m_dLowerLimitPrice;
+            return true;
+        }
+        if (isHKConnectExchange(exchange)) {
+            price = q.m_dLastPrice;
+            return true;
+        }
     }
+    if (getDirectionByOperation(operation) == DIRECTION_FLAG_BUY) {
+        price = q.m_dUpperLimitPrice;
+        if (isEmptyPrice(price) || std::fabs(price - kNoUpperLimit) <= kNoUpperLimitTolerance)
+            price = price_detail::walkAsks(q, 5);
+    } else {
+        // No placeholder test on the sell side: a lower limit is never the 100000.0 placeholder.
+        price = q.m_dLowerLimitPrice;
+        if (isEmptyPrice(price)) price = price_detail::walkBids(q, 5);
+    }
+    return false;
 }
 
-// The limit-check line is written here, in each public selector, so that it carries the name of
-// the function the caller used. Its arguments are doubles: nothing is built unless the logger is on.
-double CPriceDataHelper::getPriceForOrder(const CPriceDataPtr& price, int priceType, int operation) {
-    if (!price) return TT_INVALID_DOUBLE;
-    bool exchangeRuleApplied = false;
-    const double p = selectPrice(*price, priceType, operation, true, exchangeRuleApplied);
-    if (!exchangeRuleApplied && breaksLimits(*price, p))
-        TT_LOG_STD_ERROR("Price:%1% greater than upperLimitPrice:%2% or less than lowerLimitPrice:%3%", p,
-                         price->m_dUpperLimitPrice, price->m_dLowerLimitPrice);
-    return p;
-}
-
-double CPriceDataHelper::getPriceForCalc(const CPriceDataPtr& price, int priceType, int operation) {
-    if (!price) return TT_INVALID_DOUBLE;
-    bool exchangeRuleApplied = false;
-    const double p = selectPrice(*price, priceType, operation, false, exchangeRuleApplied);
-    if (!exchangeRuleApplied && breaksLimits(*price, p))
-        TT_LOG_STD_ERROR("Price:%1% greater than upperLimitPrice:%2% or less than lowerLimitPrice:%3%", p,
-                         price->m_dUpperLimitPrice, price->m_dLowerLimitPrice);
-    return p;
+// Called only for a price that breaks a limit; the arguments are doubles, so nothing is built
+// unless the logger is enabled.
+void CPriceDataHelper::logLimitBreach(const char* function, double price, double upperLimit, double lowerLimit) {
+    utils::CLogCenter& log = utils::CLogCenter::instance();
+    if (!log.logEnabled(utils::LOGGER_STD, utils::TT_LOG_ERROR)) return;
+    log.write(utils::LOGGER_STD, utils::TT_LOG_ERROR,
+              utils::formatLog("Price:%1% greater than upperLimitPrice:%2% or less than lowerLimitPrice:%3%", price,
+                               upperLimit, lowerLimit),
+              function, __FILE__, __LINE__);
 }
 
 double CPriceDataHelper::getPriceAndFixForOrder(const CPriceDataPtr& price, int priceType, int operation,
@@ -165,10 +85,20 @@ double CPriceDataHelper::getOriginPrice(const CPriceDataPtr& price, int priceTyp
         const bool buy = getDirectionByOperation(operation) == DIRECTION_FLAG_BUY;
         priceType = (priceType == PRTP_HANG) == buy ? PRTP_BUY1 : PRTP_SALE1;
     }
-    if (priceType >= PRTP_SALE5 && priceType <= PRTP_SALE1) return askLevel(q, 5 - priceType);
-    if (priceType == PRTP_LATEST) return q.m_dLastPrice;
-    if (priceType >= PRTP_BUY1 && priceType <= PRTP_BUY5) return bidLevel(q, priceType - 5);
-    return TT_INVALID_DOUBLE;
+    switch (priceType) {
+        case PRTP_SALE5: return q.m_dAskPrice5;
+        case PRTP_SALE4: return q.m_dAskPrice4;
+        case PRTP_SALE3: return q.m_dAskPrice3;
+        case PRTP_SALE2: return q.m_dAskPrice2;
+        case PRTP_SALE1: return q.m_dAskPrice1;
+        case PRTP_LATEST: return q.m_dLastPrice;
+        case PRTP_BUY1: return q.m_dBidPrice1;
+        case PRTP_BUY2: return q.m_dBidPrice2;
+        case PRTP_BUY3: return q.m_dBidPrice3;
+        case PRTP_BUY4: return q.m_dBidPrice4;
+        case PRTP_BUY5: return q.m_dBidPrice5;
+        default: return TT_INVALID_DOUBLE;  // 11, 12 and every value outside 0..14
+    }
 }
 
 bool CPriceDataHelper::isFutureExchange(const std::string& exchange) {

@@ -22,14 +22,20 @@
 // Cost: the selectors and getOriginPrice only read fields of the quote and allocate nothing, with
 // two exceptions: the limit-check line when the error logger is enabled, and, for type 12 on a
 // futures exchange in the order flavour, the data center's instrument look-up behind
-// isSupportMarketPrice.
+// isSupportMarketPrice. The selectors' common path (book levels, last price, previous close, the
+// limit test) is defined inline below so that an order entry pays no call for it; type 12 and the
+// log line are out of line.
 #pragma once
 
 #include "records/Records.h"
 
+#include <boost/config.hpp>
+#include <boost/current_function.hpp>
 #include <boost/shared_ptr.hpp>
 
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 namespace ttservice {
@@ -40,14 +46,88 @@ class CAccountData;
 // (49, '1'). Sell for operations 1, 2, 3, 6, 7, 10, 11, 14, 19, 21, 24, 27, 29, 33, 34, 36, 39, 43,
 // 45, 47, 49, 50, 52, 1005, 1007, 1010, 1014, 1021 and 1022; buy for every other value, negative
 // and unknown values included.
-int getDirectionByOperation(int operation);
+inline int getDirectionByOperation(int operation) {
+    switch (operation) {
+        case 1: case 2: case 3: case 6: case 7: case 10: case 11: case 14: case 19: case 21: case 24:
+        case 27: case 29: case 33: case 34: case 36: case 39: case 43: case 45: case 47: case 49:
+        case 50: case 52: case 1005: case 1007: case 1010: case 1014: case 1021: case 1022:
+            return DIRECTION_FLAG_SELL;
+        default:
+            return DIRECTION_FLAG_BUY;
+    }
+}
+
+namespace price_detail {
+
+// Empty: at most 1e-5 in magnitude, the "no price" value, or not a finite number at all.
+// Equivalent to !(|p| > 1e-5) || !(|p| < TT_INVALID_DOUBLE), computed on the bit pattern: for
+// non-negative doubles (NaN and infinity included) the order of the bit patterns is the order of
+// the values, so one unsigned range test does both comparisons.
+inline bool isEmptyPrice(double p) {
+    uint64_t bits;
+    std::memcpy(&bits, &p, sizeof bits);
+    const uint64_t kAbsMask = 0x7fffffffffffffffULL;
+    const uint64_t kTolerance = 0x3ee4f8b588e368f1ULL;  // the bit pattern of 1e-5
+    const uint64_t kNoPrice = 0x7fefffffffffffffULL;    // the bit pattern of TT_INVALID_DOUBLE
+    return (bits & kAbsMask) - (kTolerance + 1) >= kNoPrice - (kTolerance + 1);
+}
+
+// The first non-empty ask (bid) from `level` (1..5) towards level 1; TT_INVALID_DOUBLE when all
+// of them are empty.
+inline double walkAsks(const CPriceData& q, int level) {
+    switch (level) {
+        case 5: if (!isEmptyPrice(q.m_dAskPrice5)) return q.m_dAskPrice5;
+            [[fallthrough]];
+        case 4: if (!isEmptyPrice(q.m_dAskPrice4)) return q.m_dAskPrice4;
+            [[fallthrough]];
+        case 3: if (!isEmptyPrice(q.m_dAskPrice3)) return q.m_dAskPrice3;
+            [[fallthrough]];
+        case 2: if (!isEmptyPrice(q.m_dAskPrice2)) return q.m_dAskPrice2;
+            [[fallthrough]];
+        case 1: if (!isEmptyPrice(q.m_dAskPrice1)) return q.m_dAskPrice1;
+            [[fallthrough]];
+        default: return TT_INVALID_DOUBLE;
+    }
+}
+
+inline double walkBids(const CPriceData& q, int level) {
+    switch (level) {
+        case 5: if (!isEmptyPrice(q.m_dBidPrice5)) return q.m_dBidPrice5;
+            [[fallthrough]];
+        case 4: if (!isEmptyPrice(q.m_dBidPrice4)) return q.m_dBidPrice4;
+            [[fallthrough]];
+        case 3: if (!isEmptyPrice(q.m_dBidPrice3)) return q.m_dBidPrice3;
+            [[fallthrough]];
+        case 2: if (!isEmptyPrice(q.m_dBidPrice2)) return q.m_dBidPrice2;
+            [[fallthrough]];
+        case 1: if (!isEmptyPrice(q.m_dBidPrice1)) return q.m_dBidPrice1;
+            [[fallthrough]];
+        default: return TT_INVALID_DOUBLE;
+    }
+}
+
+// True when a selected price lies outside the quote's day limits by more than 1e-5. A limit that
+// is empty is absent (quotes of markets without daily limits leave them at 0) and an empty result
+// is no price: neither can break a limit.
+inline bool breaksLimits(const CPriceData& q, double p) {
+    if (isEmptyPrice(p)) return false;
+    const double upper = q.m_dUpperLimitPrice;
+    const double lower = q.m_dLowerLimitPrice;
+    return (!isEmptyPrice(upper) && p - upper > 1e-5) || (!isEmptyPrice(lower) && lower - p > 1e-5);
+}
+
+}  // namespace price_detail
 
 class CPriceDataHelper {
 public:
     CPriceDataHelper() = delete;
 
-    static double getPriceForOrder(const CPriceDataPtr& price, int priceType, int operation);
-    static double getPriceForCalc(const CPriceDataPtr& price, int priceType, int operation);
+    static BOOST_FORCEINLINE double getPriceForOrder(const CPriceDataPtr& price, int priceType, int operation) {
+        return price ? select(*price, priceType, operation, true, BOOST_CURRENT_FUNCTION) : TT_INVALID_DOUBLE;
+    }
+    static BOOST_FORCEINLINE double getPriceForCalc(const CPriceDataPtr& price, int priceType, int operation) {
+        return price ? select(*price, priceType, operation, false, BOOST_CURRENT_FUNCTION) : TT_INVALID_DOUBLE;
+    }
     // fixPrice when priceType is 11 (PRTP_FIX), else the plain selector.
     static double getPriceAndFixForOrder(const CPriceDataPtr& price, int priceType, int operation, double fixPrice);
     static double getPriceAndFixForCalc(const CPriceDataPtr& price, int priceType, int operation, double fixPrice);
@@ -95,6 +175,39 @@ public:
     // the unit is positive, else m_nVolume as it stands; truncated towards zero and limited to the
     // int range. 0 for a null quote.
     static int toRealVolume(const CPriceDataPtr& price);
+
+private:
+    // The selection shared by both flavours. `function` names the public selector in the
+    // limit-check line.
+    static double select(const CPriceData& q, int priceType, int operation, bool forOrder, const char* function);
+    // Type 12: applies the exchange rules of the flavour; when one of them decides, stores the
+    // final price in `price` and answers true (such a price is not limit-checked). Otherwise
+    // stores the starting value (the day's limit on the order's side, or the far end of that side
+    // of the book walked towards level 1) and answers false.
+    static bool selectLimitOrMarket(const CPriceData& q, int operation, bool forOrder, double& price);
+    // Writes the limit-check error line on "TTStdFile" when that logger is enabled.
+    static void logLimitBreach(const char* function, double price, double upperLimit, double lowerLimit);
 };
+
+BOOST_FORCEINLINE double CPriceDataHelper::select(const CPriceData& q, int priceType, int operation, bool forOrder,
+                                                  const char* function) {
+    double p = TT_INVALID_DOUBLE;
+    if (priceType >= PRTP_SALE5 && priceType <= PRTP_SALE1) {
+        p = price_detail::walkAsks(q, 5 - priceType);  // 0..4 name ask levels 5..1
+    } else if (priceType >= PRTP_BUY1 && priceType <= PRTP_BUY5) {
+        p = price_detail::walkBids(q, priceType - 5);  // 6..10 name bid levels 1..5
+    } else if (priceType == PRTP_HANG || priceType == PRTP_COMPETE) {
+        // Own side (13): bid 1 for a buy, ask 1 for a sell; opposite side (14) the other way round.
+        const bool buy = getDirectionByOperation(operation) == DIRECTION_FLAG_BUY;
+        p = (priceType == PRTP_HANG) == buy ? price_detail::walkBids(q, 1) : price_detail::walkAsks(q, 1);
+    } else if (priceType == PRTP_MARKET) {
+        if (selectLimitOrMarket(q, operation, forOrder, p)) return p;
+    }
+    // Types 5 and 11 and unknown types start empty and take the last price.
+    if (price_detail::isEmptyPrice(p)) p = q.m_dLastPrice;
+    if (price_detail::isEmptyPrice(p)) p = q.m_dPreClosePrice;
+    if (price_detail::breaksLimits(q, p)) logLimitBreach(function, p, q.m_dUpperLimitPrice, q.m_dLowerLimitPrice);
+    return p;
+}
 
 }  // namespace ttservice

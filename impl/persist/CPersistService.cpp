@@ -56,10 +56,12 @@ const int kLogEveryFailures = 20;
 //
 // Every queued operation gets a sequence number and waits in m_chunks (contiguous vectors, handed
 // to the writer whole, in O(1)); the chunk the writer is applying stays visible as m_inFlight until
-// it is done. The queue itself is what reads consult for writes not yet applied:
+// it is done. Finished chunks come back as spares with their operations kept: the next writes are
+// copied into strings that already have room, so a steady stream of writes allocates nothing. The queue
+// itself is what reads consult for writes not yet applied:
 //   - a key read first looks at its slot in m_slots, a count of pending writes by a hash of the key.
 //     A zero count (the usual case) means every write of the key has been applied: the store has it.
-//     Otherwise the pending operations are searched, newest first, for the key;
+//     Otherwise the pending operations are searched for the latest write of the key;
 //   - pattern, set and list reads search the pending operations when any of their kind are pending.
 // A slot is only decremented after the store has applied the write, so a read that finds the slot
 // empty and goes to the store finds the write there. Queueing a write therefore costs one copy of
@@ -93,6 +95,13 @@ public:
     const CPersistOptions m_options;
 
 private:
+    // Operations in contiguous storage. m_ops is reserved once and never grown past that, so an
+    // operation keeps its address while readers look at it; slots from m_nUsed on are spare.
+    struct CChunk {
+        std::vector<CWriteOp> m_ops;
+        size_t m_nUsed = 0;
+    };
+
     enum EFamily { FAMILY_HASH = 0, FAMILY_SET = 1, FAMILY_LIST = 2, FAMILY_COUNT = 3 };
     static EFamily familyOf(EWriteKind k) {
         return k == WRITE_PUT || k == WRITE_REMOVE           ? FAMILY_HASH
@@ -103,8 +112,12 @@ private:
 
     // Under m_mutex: room for `n` operations, or false (counted and to be logged by the caller).
     bool admitLocked(size_t n, const char** reason);
-    // Appends `n` operations (moved from `ops`) as one group, numbering and counting them.
-    void pushLocked(CWriteOp* ops, size_t n, bool* notify);
+    // A chunk with room for `n` more operations, started (from the spares) if need be.
+    CChunk& chunkForLocked(size_t n);
+    // The next operation slot of `c`, to be filled in by the caller.
+    static CWriteOp& nextSlotLocked(CChunk& c);
+    // Numbers and counts c's last `n` operations as one group, and says whether to wake the writer.
+    void commitLocked(CChunk& c, size_t n, bool* notify);
     // Calls f(op) for every operation not yet applied, oldest first.
     template <class F>
     void forEachPendingLocked(const F& f) const;
@@ -122,13 +135,13 @@ private:
 
     // m_mutex guards every member from here to m_counters.
     mutable std::mutex m_mutex;
-    std::condition_variable m_cvWork;             // the writer waits here for operations or shutdown
-    std::condition_variable m_cvDone;             // flush and writeData wait here
-    std::deque<std::vector<CWriteOp> > m_chunks;  // queued, not yet taken by the writer
-    std::vector<std::vector<CWriteOp> > m_spareChunks;
+    std::condition_variable m_cvWork;  // the writer waits here for operations or shutdown
+    std::condition_variable m_cvDone;  // flush and writeData wait here
+    std::deque<CChunk> m_chunks;       // queued, not yet taken by the writer
+    std::vector<CChunk> m_spareChunks;
     // The chunk the writer is working through; operations before m_nInFlightDone are retired. The
     // writer reads it without the mutex but changes it only under it.
-    std::vector<CWriteOp> m_inFlight;
+    CChunk m_inFlight;
     size_t m_nInFlightDone;
     std::vector<uint32_t> m_slots;            // pending hash writes per key slot
     size_t m_nPendingOfFamily[FAMILY_COUNT];  // pending operations of each family
@@ -171,9 +184,9 @@ CPersistService::CImpl::CImpl(const PersistBackendPtr& backend, const CPersistOp
 
 template <class F>
 void CPersistService::CImpl::forEachPendingLocked(const F& f) const {
-    for (size_t i = m_nInFlightDone; i < m_inFlight.size(); ++i) f(m_inFlight[i]);
-    for (const std::vector<CWriteOp>& chunk : m_chunks) {
-        for (const CWriteOp& op : chunk) f(op);
+    for (size_t i = m_nInFlightDone; i < m_inFlight.m_nUsed; ++i) f(m_inFlight.m_ops[i]);
+    for (const CChunk& chunk : m_chunks) {
+        for (size_t i = 0; i < chunk.m_nUsed; ++i) f(chunk.m_ops[i]);
     }
 }
 
@@ -344,27 +357,34 @@ bool CPersistService::CImpl::admitLocked(size_t n, const char** reason) {
     return true;
 }
 
-void CPersistService::CImpl::pushLocked(CWriteOp* ops, size_t n, bool* notify) {
-    // A chunk is never grown past the capacity it was given, so operations keep their place in
-    // memory while readers look at them, and a group never spans two chunks.
-    std::vector<CWriteOp>* chunk = m_chunks.empty() ? nullptr : &m_chunks.back();
-    if (!chunk || chunk->size() + n > chunk->capacity()) {
+CPersistService::CImpl::CChunk& CPersistService::CImpl::chunkForLocked(size_t n) {
+    // A group never spans two chunks.
+    CChunk* chunk = m_chunks.empty() ? nullptr : &m_chunks.back();
+    if (!chunk || chunk->m_nUsed + n > chunk->m_ops.capacity()) {
         m_chunks.emplace_back();
         chunk = &m_chunks.back();
         if (!m_spareChunks.empty()) {
-            chunk->swap(m_spareChunks.back());
+            std::swap(*chunk, m_spareChunks.back());
             m_spareChunks.pop_back();
         }
-        chunk->reserve(std::max(n, std::max<size_t>(m_options.m_nMaxBatchOps, 1)));
+        chunk->m_ops.reserve(std::max(n, std::max<size_t>(m_options.m_nMaxBatchOps, 1)));
     }
-    for (size_t i = 0; i < n; ++i) {
-        CWriteOp& op = ops[i];
+    return *chunk;
+}
+
+CWriteOp& CPersistService::CImpl::nextSlotLocked(CChunk& c) {
+    if (c.m_nUsed == c.m_ops.size()) c.m_ops.emplace_back();
+    return c.m_ops[c.m_nUsed++];
+}
+
+void CPersistService::CImpl::commitLocked(CChunk& c, size_t n, bool* notify) {
+    for (size_t i = c.m_nUsed - n; i < c.m_nUsed; ++i) {
+        CWriteOp& op = c.m_ops[i];
         op.m_nSeq = m_nNextSeq++;
-        op.m_bGroupEnd = i + 1 == n;
+        op.m_bGroupEnd = i + 1 == c.m_nUsed;
         const EFamily family = familyOf(op.m_eKind);
         if (family == FAMILY_HASH) ++m_slots[slotOf(op.m_strKey)];
         ++m_nPendingOfFamily[family];
-        chunk->push_back(std::move(op));
     }
     m_counters.m_nQueued += n;
     m_counters.m_nPending += n;
@@ -383,21 +403,22 @@ bool CPersistService::CImpl::refuse(EWriteKind kind, const std::string& name, co
 
 bool CPersistService::CImpl::enqueueKeyOp(EWriteKind kind, const std::string& name, const std::string& key,
                                           const bson::BSONObj& value, bool wait) {
-    // The copies are made before the lock is taken, so the lock is held for a few moves only.
-    CWriteOp op;
-    op.m_eKind = kind;
-    op.m_strName = name;
-    op.m_strKey = key;
-    if (kind == WRITE_PUT) op.m_value = value;
     uint64_t seq = 0, refused = 0;
     bool notify = false;
     const char* reason = nullptr;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (admitLocked(1, &reason)) {
+            CChunk& chunk = chunkForLocked(1);
+            CWriteOp& op = nextSlotLocked(chunk);
+            op.m_eKind = kind;
+            op.m_strName.assign(name);
+            op.m_strKey.assign(key);
+            op.m_value = kind == WRITE_PUT ? value : bson::BSONObj();
+            op.m_values.clear();
             seq = m_nNextSeq;
             if (wait) m_syncWaiters[seq] = 0;
-            pushLocked(&op, 1, &notify);
+            commitLocked(chunk, 1, &notify);
         }
         refused = m_counters.m_nRejected;
     }
@@ -409,19 +430,23 @@ bool CPersistService::CImpl::enqueueKeyOp(EWriteKind kind, const std::string& na
 bool CPersistService::CImpl::enqueueGroup(const std::string& hash,
                                           const std::vector<std::pair<std::string, bson::BSONObj> >& datas) {
     if (datas.empty()) return true;
-    std::vector<CWriteOp> ops(datas.size());
-    for (size_t i = 0; i < datas.size(); ++i) {
-        ops[i].m_eKind = WRITE_PUT;
-        ops[i].m_strName = hash;
-        ops[i].m_strKey = datas[i].first;
-        ops[i].m_value = datas[i].second;
-    }
     bool notify = false;
     const char* reason = nullptr;
     uint64_t refused = 0;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (admitLocked(ops.size(), &reason)) pushLocked(ops.data(), ops.size(), &notify);
+        if (admitLocked(datas.size(), &reason)) {
+            CChunk& chunk = chunkForLocked(datas.size());
+            for (const auto& d : datas) {
+                CWriteOp& op = nextSlotLocked(chunk);
+                op.m_eKind = WRITE_PUT;
+                op.m_strName.assign(hash);
+                op.m_strKey.assign(d.first);
+                op.m_value = d.second;
+                op.m_values.clear();
+            }
+            commitLocked(chunk, datas.size(), &notify);
+        }
         refused = m_counters.m_nRejected;
     }
     if (reason) {
@@ -436,19 +461,25 @@ bool CPersistService::CImpl::enqueueGroup(const std::string& hash,
 bool CPersistService::CImpl::enqueueList(const std::string& name, const std::vector<bson::BSONObj>& docs,
                                          bool replace) {
     if (!replace && docs.empty()) return true;
-    CWriteOp op;
-    op.m_eKind = replace ? WRITE_LIST_REPLACE : WRITE_LIST_APPEND;
-    op.m_strName = name;
-    op.m_values = docs;
+    const EWriteKind kind = replace ? WRITE_LIST_REPLACE : WRITE_LIST_APPEND;
     bool notify = false;
     const char* reason = nullptr;
     uint64_t refused = 0;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (admitLocked(1, &reason)) pushLocked(&op, 1, &notify);
+        if (admitLocked(1, &reason)) {
+            CChunk& chunk = chunkForLocked(1);
+            CWriteOp& op = nextSlotLocked(chunk);
+            op.m_eKind = kind;
+            op.m_strName.assign(name);
+            op.m_strKey.clear();
+            op.m_value = bson::BSONObj();
+            op.m_values = docs;
+            commitLocked(chunk, 1, &notify);
+        }
         refused = m_counters.m_nRejected;
     }
-    if (reason) return refuse(op.m_eKind, name, "", reason, refused);
+    if (reason) return refuse(kind, name, "", reason, refused);
     if (notify) m_cvWork.notify_one();
     return true;
 }
@@ -512,13 +543,13 @@ void CPersistService::CImpl::writerLoop() {
             }
             m_bWriterIdle = false;
             if (m_chunks.empty()) return;
-            m_inFlight.swap(m_chunks.front());
+            std::swap(m_inFlight, m_chunks.front());
             m_chunks.pop_front();
             m_nInFlightDone = 0;
         }
         const size_t maxBatch = std::max<size_t>(m_options.m_nMaxBatchOps, 1);
-        CWriteOp* const ops = m_inFlight.data();
-        const size_t count = m_inFlight.size();
+        CWriteOp* const ops = m_inFlight.m_ops.data();
+        const size_t count = m_inFlight.m_nUsed;
         size_t pos = 0;
         while (pos < count) {
             // Whole groups, up to maxBatch operations (a larger group goes alone).
@@ -536,15 +567,22 @@ void CPersistService::CImpl::writerLoop() {
             }
             pos = end;
         }
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_inFlight.clear();
-        m_nInFlightDone = 0;
-        if (m_spareChunks.size() < 4) {
-            m_spareChunks.emplace_back();
-            m_spareChunks.back().swap(m_inFlight);
-        } else {
-            std::vector<CWriteOp>().swap(m_inFlight);
+        // The finished chunk lets go of its documents outside the lock and is kept for reuse,
+        // unless an unusually large batch made it much bigger than a normal one.
+        CChunk done;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            std::swap(done, m_inFlight);
+            m_nInFlightDone = 0;
         }
+        for (size_t i = 0; i < done.m_nUsed; ++i) {
+            done.m_ops[i].m_value = bson::BSONObj();
+            done.m_ops[i].m_values.clear();
+        }
+        done.m_nUsed = 0;
+        if (done.m_ops.capacity() > 4 * maxBatch) continue;
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_spareChunks.size() < 4) m_spareChunks.push_back(std::move(done));
     }
 }
 
@@ -642,7 +680,7 @@ void CPersistService::CImpl::retire(CWriteOp* ops, size_t n, bool applied, const
                 if (w != m_syncWaiters.end()) w->second = applied ? 1 : -1;
             }
         }
-        m_nInFlightDone = static_cast<size_t>(ops + n - m_inFlight.data());
+        m_nInFlightDone = static_cast<size_t>(ops + n - m_inFlight.m_ops.data());
         (applied ? m_counters.m_nApplied : m_counters.m_nFailed) += n;
         m_counters.m_nPending -= n;
         m_nDoneSeq = ops[n - 1].m_nSeq;

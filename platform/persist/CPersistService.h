@@ -20,8 +20,10 @@
 //     hash and key and counted in m_nFailed;
 //   - the queue holds at most `queue` operations; a write that does not fit is refused: the call
 //     returns false, "TTStdFile" gets an error line, and m_nRejected counts it;
-//   - the writer applies what has gathered in one backend transaction (up to `batch` operations),
-//     so the cost of a commit is shared by every write waiting for it.
+//   - the writer hands what has gathered to the backend as one batch (up to `batch` operations:
+//     one SQLite transaction, one pipeline of MULTI/EXEC blocks on Redis), so the cost of a commit
+//     or a round trip is shared by every write waiting for it. asyncWriteDatas() groups are never
+//     split: each is applied all or nothing.
 //
 // Options, as URL query parameters of open() (e.g. "sqlite:///data/tt.db?queue=500000&sync=full"):
 //   queue=N                 most operations queued at once. Default: 262144.

@@ -7,134 +7,79 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
 #include <limits>
 #include <set>
 #include <string>
-#include <vector>
 
 namespace ttservice {
 namespace {
 
 const double kMax = std::numeric_limits<double>::max();
-
-// ---- Market families ---------------------------------------------------------------------------
+const int kIntMin = std::numeric_limits<int>::min();
 
 TEST(DataHelperTest, MarketFamilyBoundsKeepTheirDeliberateGaps) {
     typedef bool (*Predicate)(const int&);
     const struct {
         const char* name;
         Predicate fn;
-    } predicates[] = {
-        {"stock", &DataHelper::isStockPlatform},        {"future", &DataHelper::isFuturePlatform},
-        {"goldl", &DataHelper::isGoldlatform},          {"gold", &DataHelper::isGoldPlatform},
-        {"yswp", &DataHelper::isYswpPlatform},          {"foreign", &DataHelper::isForeignPlatform},
-        {"hgt", &DataHelper::isHGTPlatform},            {"stockoption", &DataHelper::isStockOptionPlatform},
-        {"futureoption", &DataHelper::isFutureOptionPlatform}, {"new3board", &DataHelper::isNew3BoardPlatform},
-        {"sgt", &DataHelper::isSGTPlatform},            {"interbank", &DataHelper::isInterbankPlatform},
-    };
+    } predicates[] = {{"stock", &DataHelper::isStockPlatform},         {"future", &DataHelper::isFuturePlatform},
+                      {"goldl", &DataHelper::isGoldlatform},           {"gold", &DataHelper::isGoldPlatform},
+                      {"yswp", &DataHelper::isYswpPlatform},           {"foreign", &DataHelper::isForeignPlatform},
+                      {"hgt", &DataHelper::isHGTPlatform},             {"sopt", &DataHelper::isStockOptionPlatform},
+                      {"fopt", &DataHelper::isFutureOptionPlatform},   {"n3b", &DataHelper::isNew3BoardPlatform},
+                      {"sgt", &DataHelper::isSGTPlatform},             {"interbank", &DataHelper::isInterbankPlatform}};
     // Each id with every family that claims it; every other family must say no.
     const struct {
         int id;
         std::set<std::string> families;
     } cases[] = {
-        {-60000, {}},
-        {-10000, {}},
-        {-1, {}},
-        {0, {}},
-        {9999, {}},
-        {10000, {"stock"}},
-        {19999, {"stock"}},
-        {20000, {"future"}},
-        {29998, {"future"}},
-        {29999, {}},
-        {30000, {"goldl", "gold"}},
-        {39998, {"goldl", "gold"}},
-        {39999, {"gold"}},
-        {40000, {}},
-        {40002, {"yswp"}},
-        {41000, {}},
-        {41001, {"foreign"}},
-        {41002, {"yswp", "foreign"}},
-        {49998, {"foreign"}},
-        {49999, {}},
-        {51000, {}},
-        {51001, {"hgt"}},
-        {59998, {"hgt"}},
-        {59999, {}},
-        {60000, {"stockoption"}},
-        {69999, {"stockoption"}},
-        {70000, {}},
-        {70001, {"futureoption"}},
-        {79998, {"futureoption"}},
-        {79999, {}},
-        {100000, {"new3board"}},
-        {109999, {"new3board"}},
-        {110000, {}},
-        {110001, {"sgt"}},
-        {119998, {"sgt"}},
-        {119999, {}},
-        {1110002, {}},
-        {1110003, {"interbank"}},
+        {-60000, {}}, {-1, {}}, {0, {}}, {9999, {}}, {10000, {"stock"}}, {19999, {"stock"}}, {20000, {"future"}},
+        {29998, {"future"}}, {29999, {}}, {30000, {"goldl", "gold"}}, {39998, {"goldl", "gold"}}, {39999, {"gold"}},
+        {40000, {}}, {40002, {"yswp"}}, {41000, {}}, {41001, {"foreign"}}, {41002, {"yswp", "foreign"}},
+        {49998, {"foreign"}}, {49999, {}}, {51000, {}}, {51001, {"hgt"}}, {59998, {"hgt"}}, {59999, {}},
+        {60000, {"sopt"}}, {69999, {"sopt"}}, {70000, {}}, {70001, {"fopt"}}, {79998, {"fopt"}}, {79999, {}},
+        {100000, {"n3b"}}, {109999, {"n3b"}}, {110000, {}}, {110001, {"sgt"}}, {119998, {"sgt"}}, {119999, {}},
+        {1110002, {}}, {1110003, {"interbank"}},
     };
-    for (const auto& c : cases) {
-        for (const auto& p : predicates) {
+    for (const auto& c : cases)
+        for (const auto& p : predicates)
             EXPECT_EQ(c.families.count(p.name) == 1, p.fn(c.id)) << "id " << c.id << ", family " << p.name;
-        }
-    }
 }
 
-TEST(DataHelperTest, SingleIdFlags) {
+TEST(DataHelperTest, SingleIdFlagsAndRepresentativePlatform) {
     const struct {
         int id;
-        bool existBizNo;
-        bool historyAllowNega;
-        bool calcAssetGuosen;
-    } cases[] = {
-        {10001, false, false, false}, {10000, true, false, false}, {10004, true, true, false},
-        {10007, true, true, false},   {11007, true, true, false},  {10008, true, false, true},
-        {11008, true, false, true},   {11004, true, false, false}, {-1, true, false, false},
-    };
-    for (const auto& c : cases) {
+        bool existBizNo, historyAllowNega, calcAssetGuosen;
+    } flags[] = {{10001, false, false, false}, {10000, true, false, false}, {10004, true, true, false},
+                 {10007, true, true, false},   {11007, true, true, false},  {10008, true, false, true},
+                 {11008, true, false, true},   {11004, true, false, false}};
+    for (const auto& c : flags) {
         EXPECT_EQ(c.existBizNo, DataHelper::isExistBizNo(c.id)) << c.id;
         EXPECT_EQ(c.historyAllowNega, DataHelper::isHistoryAllowNega(c.id)) << c.id;
         EXPECT_EQ(c.calcAssetGuosen, DataHelper::isNeedCalcAssetGuosen(c.id)) << c.id;
     }
-}
-
-TEST(DataHelperTest, PlatformIdWhoseSettingsStandForIt) {
     const struct {
-        int id;
-        int expected;
-    } cases[] = {
-        {32000, 32000}, {41001, 41001}, {41002, 41002}, {40002, 40002}, {41003, 41003}, {40003, 40003},
-        {10000, 10000}, {11007, 10000}, {19999, 10000}, {65000, 24001}, {60000, 24001}, {69999, 24001},
-        {30000, 31003}, {31003, 31003}, {39999, 31003}, {29999, 10000}, {40000, 10000}, {20001, 10000},
-        {70001, 10000}, {-1, 10000},    {-30000, 10000}, {std::numeric_limits<int>::min(), 10000},
-        {std::numeric_limits<int>::max(), 10000},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.expected, DataHelper::getPlatFormId(c.id)) << c.id;
+        int id, expected;
+    } ids[] = {{32000, 32000}, {41001, 41001}, {41002, 41002}, {40002, 40002}, {41003, 41003}, {40003, 40003},
+               {11007, 10000}, {65000, 24001}, {69999, 24001}, {30000, 31003}, {39999, 31003}, {29999, 10000},
+               {40000, 10000}, {20001, 10000}, {-30000, 10000}, {kIntMin, 10000}};
+    for (const auto& c : ids) EXPECT_EQ(c.expected, DataHelper::getPlatFormId(c.id)) << c.id;
 }
 
-// ---- Counter systems ----------------------------------------------------------------------------
-
+// Counter families come from an installed configuration; the previous one is restored afterwards.
 class DataHelperConfigTest : public ::testing::Test {
 protected:
     void SetUp() override {
         m_previous = ConfigCollector::instance();
         boost::shared_ptr<ConfigCollector> config = boost::make_shared<ConfigCollector>();
-        config->setFamily("ctp", {1});
-        config->setFamily("gold", {2});
-        config->setFamily("kcxp", {3, 9});
-        config->setFamily("kdmid", {4, 8});
-        config->setFamily("guosen", {5, 10});
-        config->setFamily("hundsun", {6, 7, 8, 9, 10});
-        config->setFamily("spx", {7, 14});
-        config->setFamily("apex", {11});
-        config->setFamily("fusdk", {12});
-        config->setFamily("v8t", {13});
-        config->setFamily("support_local_order_id", {20, 1});
+        const struct {
+            const char* family;
+            std::set<int> ids;
+        } families[] = {{"ctp", {1}},         {"gold", {2}},           {"kcxp", {3, 9}},
+                        {"kdmid", {4, 8}},    {"guosen", {5, 10}},     {"hundsun", {6, 7, 8, 9, 10}},
+                        {"spx", {7, 14}},     {"apex", {11}},          {"fusdk", {12}},
+                        {"v8t", {13}},        {"support_local_order_id", {20, 1}}};
+        for (const auto& f : families) config->setFamily(f.family, f.ids);
         ConfigCollector::setInstance(config);
     }
     void TearDown() override {
@@ -146,70 +91,47 @@ protected:
 
 TEST_F(DataHelperConfigTest, EachCounterPredicateAsksItsOwnFamily) {
     typedef bool (*Predicate)(int);
+    // Each predicate with an id that only its own family holds.
     const struct {
         const char* name;
         Predicate fn;
         int member;
-    } predicates[] = {
-        {"ctp", &DataHelper::isCTPStock, 1},           {"gold", &DataHelper::isGoldOrder, 2},
-        {"kcxp", &DataHelper::isKcxpPts, 3},           {"kdmid", &DataHelper::isKdmidPts, 4},
-        {"guosen", &DataHelper::isGuosenIpwanPos, 5},  {"hundsun", &DataHelper::isHundsunIpwanPos, 6},
-        {"spx", &DataHelper::isSPXIpwanPos, 14},       {"apex", &DataHelper::isAPEXIpwanPos, 11},
-        {"fusdk", &DataHelper::isFusdkPts, 12},        {"v8t", &DataHelper::isV8TPts, 13},
-    };
-    // Ids 1..14 and the single-family members above: each predicate answers yes for its own
-    // member and no for every other family's single member.
-    for (const auto& p : predicates) {
-        for (const auto& other : predicates) {
+    } predicates[] = {{"ctp", &DataHelper::isCTPStock, 1},          {"gold", &DataHelper::isGoldOrder, 2},
+                      {"kcxp", &DataHelper::isKcxpPts, 3},          {"kdmid", &DataHelper::isKdmidPts, 4},
+                      {"guosen", &DataHelper::isGuosenIpwanPos, 5}, {"hundsun", &DataHelper::isHundsunIpwanPos, 6},
+                      {"spx", &DataHelper::isSPXIpwanPos, 14},      {"apex", &DataHelper::isAPEXIpwanPos, 11},
+                      {"fusdk", &DataHelper::isFusdkPts, 12},       {"v8t", &DataHelper::isV8TPts, 13}};
+    for (const auto& p : predicates)
+        for (const auto& other : predicates)
             EXPECT_EQ(&p == &other, p.fn(other.member)) << p.name << " asked for " << other.name << "'s id";
-        }
-        EXPECT_FALSE(p.fn(0)) << p.name;
-        EXPECT_FALSE(p.fn(-1)) << p.name;
-    }
 }
 
-TEST_F(DataHelperConfigTest, CompositeCounterPredicates) {
-    // Ids: 3 kcxp, 4 kdmid, 6 hundsun only, 7 hundsun+spx, 8 hundsun+kdmid, 9 hundsun+kcxp,
+TEST_F(DataHelperConfigTest, CompositeCounterPredicatesAndLocalOrderIds) {
+    // 3 kcxp, 4 kdmid, 6 hundsun only, 7 hundsun+spx, 8 hundsun+kdmid, 9 hundsun+kcxp,
     // 10 hundsun+guosen, 14 spx only, 15 none.
     const struct {
         int id;
-        bool kingdom;
-        bool needIpwan;
-        bool checkRepurchase;
-    } cases[] = {
-        {3, true, false, false},  {4, true, false, false},  {6, false, true, true},
-        {7, false, true, false},  {8, true, true, false},   {9, true, true, false},
-        {10, false, true, false}, {14, false, true, false}, {15, false, false, false},
-    };
+        bool kingdom, needIpwan, checkRepurchase;
+    } cases[] = {{3, true, false, false},  {4, true, false, false}, {6, false, true, true},
+                 {7, false, true, false},  {8, true, true, false},  {9, true, true, false},
+                 {10, false, true, false}, {14, false, true, false}, {15, false, false, false}};
     for (const auto& c : cases) {
         EXPECT_EQ(c.kingdom, DataHelper::isKingDomIpwanPos(c.id)) << c.id;
         EXPECT_EQ(c.needIpwan, DataHelper::isNeedIpwanPos(c.id)) << c.id;
         EXPECT_EQ(c.checkRepurchase, DataHelper::isNeedCheckRepurchasePos(c.id)) << c.id;
     }
-}
-
-TEST_F(DataHelperConfigTest, LocalOrderIdForKindsTwoAndThreeElseCtp) {
-    // 20: local-order-id family only; 1: ctp and local-order-id; 21: neither.
+    // 20: the local-order-id family only; 1: ctp too; 21: neither.
     const struct {
-        int id;
-        int kind;
+        int id, kind;
         bool expected;
-    } cases[] = {
-        {20, 2, true}, {20, 3, true}, {20, 1, false}, {20, 4, false}, {20, 0, false},
-        {1, 0, true},  {1, 2, true},  {1, 7, true},   {21, 2, false}, {21, 3, false},
-    };
-    for (const auto& c : cases)
+    } local[] = {{20, 2, true}, {20, 3, true}, {20, 1, false}, {20, 4, false}, {1, 0, true},
+                 {1, 7, true},  {21, 2, false}, {21, 3, false}};
+    for (const auto& c : local)
         EXPECT_EQ(c.expected, DataHelper::isPlatformSupportLocalOrderId(c.id, c.kind)) << c.id << "/" << c.kind;
-}
 
-TEST_F(DataHelperConfigTest, WithoutConfiguredFamiliesEveryCounterPredicateIsFalse) {
-    ConfigCollector::setInstance(boost::shared_ptr<ConfigCollector>());
-    for (int id : {1, 2, 3, 6, 7, 20}) {
-        EXPECT_FALSE(DataHelper::isCTPStock(id));
-        EXPECT_FALSE(DataHelper::isHundsunIpwanPos(id));
-        EXPECT_FALSE(DataHelper::isNeedCheckRepurchasePos(id));
-        EXPECT_FALSE(DataHelper::isPlatformSupportLocalOrderId(id, 2));
-    }
+    ConfigCollector::setInstance(boost::shared_ptr<ConfigCollector>());  // no families at all
+    EXPECT_FALSE(DataHelper::isNeedCheckRepurchasePos(6));
+    EXPECT_FALSE(DataHelper::isPlatformSupportLocalOrderId(20, 2));
 }
 
 TEST_F(DataHelperConfigTest, IpwanPosAsksStockTypesWithCodeThenMarket) {
@@ -221,48 +143,31 @@ TEST_F(DataHelperConfigTest, IpwanPosAsksStockTypesWithCodeThenMarket) {
     repo.market = "SZ";
     repo.codes = {"131810"};
     utils::StockTypeCenter::instance().addRule(100018, repo);
-
     const struct {
-        const char* code;
-        const char* market;
+        const char *code, *market;
         bool expected;
-    } cases[] = {
-        {"204001", "SH", true}, {"131810", "SZ", true}, {"204001", "SZ", false},
-        {"131810", "SH", false}, {"600000", "SH", false}, {"SH", "204001", false},
-    };
+    } cases[] = {{"204001", "SH", true},   {"131810", "SZ", true},  {"204001", "SZ", false},
+                 {"131810", "SH", false},  {"600000", "SH", false}, {"SH", "204001", false}};
     for (const auto& c : cases) {
         EXPECT_EQ(c.expected, DataHelper::isIpwanPos(c.code, c.market, 10000)) << c.code << "/" << c.market;
-        EXPECT_EQ(c.expected, DataHelper::isIpwanPos(c.code, c.market, -5)) << "platform id is not used";
+        EXPECT_EQ(c.expected, DataHelper::isIpwanPos(c.code, c.market, -5)) << "the platform id plays no part";
     }
 }
 
-// ---- Operations ---------------------------------------------------------------------------------
-
-// Every operation code from -3 to 1030 and a few far ones, against the published sets.
-std::vector<int> operationsToCheck() {
-    std::vector<int> ops;
-    for (int op = -3; op <= 1030; ++op) ops.push_back(op);
-    ops.push_back(std::numeric_limits<int>::min());
-    ops.push_back(std::numeric_limits<int>::max());
-    return ops;
-}
-
-TEST(DataHelperTest, OperationsBuyLongAndOffsetAgainstThePublishedSets) {
-    const std::set<int> buy = {0,  4,  5,  8,  9,  12, 13, 18,   20,   22,   26,
-                               28, 32, 35, 37, 38, 48, 1006, 1011, 1013, 1020};
+TEST(DataHelperTest, OperationsAgainstThePublishedSets) {
+    const std::set<int> buy = {0, 4, 5, 8, 9, 12, 13, 18, 20, 22, 26, 28, 32, 35, 37, 38, 48, 1006, 1011, 1013, 1020};
     const std::set<int> lng = {0, 1, 2, 6, 7, 10, 11, 14};
     const std::set<int> open = {0,  3,  18, 20, 22, 26, 28, 32,   34,   36,   38,
                                 42, 44, 46, 48, 55, 1004, 1006, 1007, 1011, 1013, 1020};
     const std::set<int> close = {1,  4,  14, 15, 19, 21, 23, 24, 25,   27,   29,   33,   35,   37,  39,
                                  43, 45, 47, 49, 51, 52, 56, 1005, 1010, 1012, 1014, 1019, 1021, 1022};
-    const std::set<int> closeToday = {2, 5};
-    for (int op : operationsToCheck()) {
+    for (int op = -3; op <= 1030; ++op) {
         EXPECT_EQ(buy.count(op) == 1, DataHelper::isBuy(op)) << op;
         EXPECT_EQ(lng.count(op) == 1, DataHelper::isLong(op)) << op;
         int expected = -1;
         if (open.count(op)) expected = '0';
         if (close.count(op)) expected = '1';
-        if (closeToday.count(op)) expected = '3';
+        if (op == 2 || op == 5) expected = '3';
         if (op == 30) expected = 'Q';
         if (op == 31) expected = 'B';
         if (op == 50) expected = 'D';
@@ -271,89 +176,50 @@ TEST(DataHelperTest, OperationsBuyLongAndOffsetAgainstThePublishedSets) {
     }
 }
 
-// ---- Order types, trade platforms, statuses -----------------------------------------------------
-
-TEST(DataHelperTest, OrderTypeTable) {
+TEST(DataHelperTest, OrderTypesTradePlatformsAndStatuses) {
     const struct {
         int type;
         bool algo;
         int platformType;
         const char* authority;
-    } cases[] = {
-        {-1, false, 3, ""},
-        {0, false, 3, ""},
-        {3, false, 3, ""},
-        {4, true, 3, "mdl_alg_zxjt1"},
-        {5, false, 5, "mdl_alg_zsgs1"},
-        {6, false, 3, ""},
-        {7, false, 3, ""},
-        {8, true, 7, "mdl_alg_zxzq1"},
-        {9, true, 8, "mdl_alg_genus1"},
-        {10, true, 9, "mdl_alg_jazz1"},
-        {11, false, 10, "mdl_alg_twap1"},
-        {12, false, 10, "mdl_alg_twap1"},
-        {13, true, 11, "mdl_alg_nqalg1"},
-        {14, false, 3, ""},
-        {100, false, 3, ""},
-    };
-    for (const auto& c : cases) {
+    } types[] = {{-1, false, 3, ""},  {3, false, 3, ""},  {4, true, 3, "mdl_alg_zxjt1"},   {5, false, 5, "mdl_alg_zsgs1"},
+                 {6, false, 3, ""},   {7, false, 3, ""},  {8, true, 7, "mdl_alg_zxzq1"},   {9, true, 8, "mdl_alg_genus1"},
+                 {10, true, 9, "mdl_alg_jazz1"},          {11, false, 10, "mdl_alg_twap1"}, {12, false, 10, "mdl_alg_twap1"},
+                 {13, true, 11, "mdl_alg_nqalg1"},        {14, false, 3, ""}};
+    for (const auto& c : types) {
         EXPECT_EQ(c.algo, DataHelper::isAlgoOrderType(c.type)) << c.type;
         EXPECT_EQ(c.platformType, DataHelper::getPlatformTypeByOrderType(c.type)) << c.type;
         EXPECT_EQ(c.authority, DataHelper::getAuthorityByOrderType(c.type)) << c.type;
     }
-}
-
-TEST(DataHelperTest, TradePlatformCommandStopLossAndExchangeStatusSets) {
-    const std::set<int> algoPlatforms = {3, 7, 8, 9, 11};
-    const std::set<int> completed = {1, 4, 5, 7, 202};
+    const std::set<int> algoPlatforms = {3, 7, 8, 9, 11}, completed = {1, 4, 5, 7, 202};
     for (int v = -5; v <= 260; ++v) {
         EXPECT_EQ(algoPlatforms.count(v) == 1, DataHelper::isAlgoTradePlatform(v)) << v;
         EXPECT_EQ(completed.count(v) == 1, DataHelper::isCommandCompleted(v)) << v;
         EXPECT_EQ(v >= 3 && v <= 6, DataHelper::isSystemStopLoss(v)) << v;
         EXPECT_EQ(v != '0' && v != '1' && v != '6', DataHelper::canFutureOrder(v)) << v;
     }
-}
-
-TEST(DataHelperTest, InvalidNetValue) {
     const struct {
         double value;
         bool invalid;
-    } cases[] = {
-        {0.0, false},
-        {1e300, false},  // |x| - 1e300 is 0
-        {-1e300, false},
-        {1.0001e300, true},
-        {-1.0001e300, true},
-        {kMax, true},
-        {-kMax, true},
-        {std::numeric_limits<double>::infinity(), true},
-        {std::numeric_limits<double>::quiet_NaN(), false},
-        {12345.678, false},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.invalid, DataHelper::isInvalidNetValue(c.value)) << c.value;
+    } values[] = {{0.0, false},  {1e300, false}, {-1e300, false}, {1.0001e300, true}, {-1.0001e300, true},
+                  {kMax, true},  {std::numeric_limits<double>::infinity(), true},
+                  {std::numeric_limits<double>::quiet_NaN(), false}};
+    for (const auto& c : values) EXPECT_EQ(c.invalid, DataHelper::isInvalidNetValue(c.value)) << c.value;
 }
 
-// ---- Instrument codes ---------------------------------------------------------------------------
-
-TEST(DataHelperTest, ArbitrageCodeSplit) {
+TEST(DataHelperTest, ArbitrageCodes) {
     const struct {
         const char* code;
         bool split;
-        const char* kind;
-        const char* leg1;
-        const char* leg2;
+        const char *kind, *leg1, *leg2;
     } cases[] = {
         {"SP a1805&a1809", true, "SP", "a1805", "a1809"},
-        {"SPC m1901&y1901", true, "SPC", "m1901", "y1901"},
         {"SP a&", true, "SP", "a", ""},
         {" a1805&a1809", false, "", " a1805&a1809", " a1805&a1809"},  // blank at position 0
-        {"SP &a1809", true, "SP", "", "a1809"},
         {"&SP a1805", false, "", "&SP a1805", "&SP a1805"},          // '&' at position 0
         {"a1805&a1809", false, "", "a1805&a1809", "a1805&a1809"},    // no blank
         {"SP a1805", false, "", "SP a1805", "SP a1805"},              // no '&'
-        {"", false, "", "", ""},
-        // '&' before the blank: nothing lies between them, so the first leg is empty.
-        {"a&b c", true, "a&b", "", "b c"},
+        {"a&b c", true, "a&b", "", "b c"},  // '&' before the blank: no first leg between them
     };
     for (const auto& c : cases) {
         std::string leg1 = "stale1", leg2 = "stale2", kind = "stale";
@@ -363,37 +229,16 @@ TEST(DataHelperTest, ArbitrageCodeSplit) {
         EXPECT_EQ(c.leg2, leg2) << c.code;
         EXPECT_EQ(std::string(c.code).find('&') != std::string::npos, DataHelper::isArbitrage(c.code)) << c.code;
     }
-}
-
-TEST(DataHelperTest, PeriodArbitrage) {
     const struct {
-        const char* leg1;
-        const char* leg2;
+        const char *leg1, *leg2;
         bool expected;
-    } cases[] = {
-        {"a1805", "a1809", true}, {"a1805", "m1809", false}, {"ab", "a", false},  {"", "m1809", true},
-        {"", "", true},           {"rb1805", "rb1901", true}, {"rb1805", "ru1805", false},
-        {"a1805", "ab809", false},  // leg1 has a digit where leg2 has a letter
-        {"ab", "ab", true},         // no digit at all: equal strings
-        {"ab", "abc", true},        // leg1 exhausted first
-        {"a", "", false},
-    };
-    for (const auto& c : cases)
+    } periods[] = {{"a1805", "a1809", true}, {"a1805", "m1809", false}, {"ab", "a", false},  {"", "m1809", true},
+                   {"rb1805", "rb1901", true}, {"a1805", "ab809", false}, {"ab", "abc", true}, {"a", "", false}};
+    for (const auto& c : periods)
         EXPECT_EQ(c.expected, DataHelper::isPeriodArbitrage(c.leg1, c.leg2)) << c.leg1 << " / " << c.leg2;
 }
 
-TEST(DataHelperTest, GoldCashIsEverythingButTheDeferredKind) {
-    EXPECT_TRUE(DataHelper::isGoldCash("Au99.99"));
-    EXPECT_TRUE(DataHelper::isGoldCash(""));
-    EXPECT_TRUE(DataHelper::isGoldCash("Au(T"));
-    EXPECT_FALSE(DataHelper::isGoldCash("Au(T+D)"));
-    EXPECT_FALSE(DataHelper::isGoldCash("mAu(T+D)"));
-    EXPECT_FALSE(DataHelper::isGoldCash("Au(T+N1)"));
-}
-
-// ---- Value ranges -------------------------------------------------------------------------------
-
-CValueRange makeRange(double lower, int lowerKind, double upper, int upperKind) {
+CValueRange range(double lower, int lowerKind, double upper, int upperKind) {
     CValueRange r;
     r.m_dLowerBound = lower;
     r.m_nLowerBoundType = lowerKind;
@@ -402,61 +247,44 @@ CValueRange makeRange(double lower, int lowerKind, double upper, int upperKind) 
     return r;
 }
 
-TEST(DataHelperTest, ValueInRange) {
-    const int kUnbounded = -1, kClosed = 3, kExact = 4, kOpen = 1;
+TEST(DataHelperTest, ValueInRangeWithItsTolerances) {
+    const int kNone = -1, kClosed = 3, kExact = 4, kOpen = 1;
     const struct {
-        double lower;
-        int lowerKind;
-        double upper;
-        int upperKind;
+        CValueRange r;
         double value;
         bool expected;
     } cases[] = {
-        {5, kClosed, 10, kOpen, 5, true},
-        {5, kOpen, 10, kOpen, 5, false},
-        {5, kOpen, 10, kOpen, 5.000001, false},  // within the tolerance of an open bound: outside
-        {5, kClosed, 10, kOpen, 4.999995, true},  // within the tolerance of a closed bound: inside
-        {5, kClosed, 10, kOpen, 4.9, false},
-        {5, kClosed, 10, kOpen, 10, false},
-        {5, kClosed, 10, kOpen, 9.999995, false},
-        {5, kClosed, 10, kOpen, 9.9, true},
-        {5, kClosed, 10, kClosed, 10, true},
-        {5, kClosed, 10, kClosed, 10.000005, true},
-        {5, kClosed, 10, kClosed, 10.1, false},
-        {5, 0, 10, 2, 7, true},  // any kind but -1, 3 and 4 is open
-        {5, kExact, 0, kClosed, 5.000001, true},
-        {5, kExact, 0, kClosed, 5.1, false},
-        {5, kExact, 0, kClosed, 4.999999, true},
-        {5, kExact, 100, kOpen, 50, false},  // exact: the upper bound plays no part
-        {0, kUnbounded, 10, kClosed, -1e300, true},
-        {0, kUnbounded, 10, kClosed, 10.1, false},
-        {5, kClosed, 0, kUnbounded, 1e300, true},
-        {5, kClosed, 0, kUnbounded, 4, false},
-        {0, kUnbounded, 0, kUnbounded, 0, true},
+        {range(5, kClosed, 10, kOpen), 5, true},          {range(5, kOpen, 10, kOpen), 5, false},
+        {range(5, kOpen, 10, kOpen), 5.000001, false},     // within the tolerance of an open bound: out
+        {range(5, kClosed, 10, kOpen), 4.999995, true},    // within the tolerance of a closed bound: in
+        {range(5, kClosed, 10, kOpen), 4.9, false},        {range(5, kClosed, 10, kOpen), 9.999995, false},
+        {range(5, kClosed, 10, kClosed), 10.000005, true}, {range(5, kClosed, 10, kClosed), 10.1, false},
+        {range(5, 0, 10, 2), 7, true},                     // any other kind is open
+        {range(5, kExact, 0, kClosed), 5.000001, true},    {range(5, kExact, 0, kClosed), 5.1, false},
+        {range(5, kExact, 100, kOpen), 50, false},         // exact: the upper bound plays no part
+        {range(0, kNone, 10, kClosed), -1e300, true},      {range(5, kClosed, 0, kNone), 1e300, true},
+        {range(0, kNone, 0, kNone), 0, true},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.expected, DataHelper::isValueInRange(c.value, makeRange(c.lower, c.lowerKind, c.upper, c.upperKind)))
-            << c.value << " in " << c.lower << "(" << c.lowerKind << ")," << c.upper << "(" << c.upperKind << ")";
-    }
+    for (const auto& c : cases)
+        EXPECT_EQ(c.expected, DataHelper::isValueInRange(c.value, c.r))
+            << c.value << " in " << c.r.m_dLowerBound << "(" << c.r.m_nLowerBoundType << ")," << c.r.m_dUpperBound
+            << "(" << c.r.m_nUpperBoundType << ")";
 }
 
 TEST(DataHelperTest, SameRangeComparesUpperKindsOnly) {
     const struct {
         const char* what;
-        CValueRange a;
-        CValueRange b;
+        CValueRange a, b;
         bool expected;
     } cases[] = {
-        {"differ only in lower kinds", makeRange(5, 3, 10, 1), makeRange(5, 1, 10, 1), true},
-        {"differ in upper kinds", makeRange(5, 3, 10, 1), makeRange(5, 3, 10, 3), false},
-        {"uppers within tolerance", makeRange(5, 3, 10, 1), makeRange(5.000001, 3, 10.000001, 1), true},
-        {"lowers differ", makeRange(5, 3, 10, 1), makeRange(6, 3, 10, 1), false},
-        {"uppers differ", makeRange(5, 3, 10, 1), makeRange(5, 3, 11, 1), false},
-        {"uppers agree, both lowers invalid", makeRange(kMax, -1, 10, 3), makeRange(2e300, -1, 10, 3), true},
-        {"uppers agree, one lower invalid", makeRange(kMax, -1, 10, 3), makeRange(5, -1, 10, 3), false},
-        {"lowers agree, both uppers invalid", makeRange(5, 3, kMax, -1), makeRange(5, 3, -2e300, -1), true},
-        {"all four invalid", makeRange(kMax, -1, 2e300, -1), makeRange(-kMax, -1, 3e300, -1), true},
-        {"lowers and uppers disagree, not invalid", makeRange(1, 3, 2, 3), makeRange(3, 3, 4, 3), false},
+        {"differ only in lower kinds", range(5, 3, 10, 1), range(5, 1, 10, 1), true},
+        {"differ in upper kinds", range(5, 3, 10, 1), range(5, 3, 10, 3), false},
+        {"bounds within the tolerance", range(5, 3, 10, 1), range(5.000001, 3, 10.000001, 1), true},
+        {"lowers differ", range(5, 3, 10, 1), range(6, 3, 10, 1), false},
+        {"uppers agree, both lowers invalid", range(kMax, -1, 10, 3), range(2e300, -1, 10, 3), true},
+        {"uppers agree, one lower invalid", range(kMax, -1, 10, 3), range(5, -1, 10, 3), false},
+        {"lowers agree, both uppers invalid", range(5, 3, kMax, -1), range(5, 3, -2e300, -1), true},
+        {"all four invalid", range(kMax, -1, 2e300, -1), range(-kMax, -1, 3e300, -1), true},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(c.expected, DataHelper::isSameRange(c.a, c.b)) << c.what;
@@ -464,35 +292,18 @@ TEST(DataHelperTest, SameRangeComparesUpperKindsOnly) {
     }
 }
 
-// ---- Foreign-stock estimates --------------------------------------------------------------------
-
-TEST(DataHelperTest, ForeignStockMarginCommissionAndHkFeeFloor) {
+TEST(DataHelperTest, ForeignStockEstimatesAndHkFeeFloor) {
     const struct {
-        double volume;
-        double price;
-        double margin;
-        double commission;
-    } cases[] = {
-        {100, 0.5, 50.0, 1.0},     // 0.5 % of the amount is 0.25: the floor of 1.0
-        {1000, 10, 10000.0, 5.0},  // 0.005 per share
-        {1000, 0.2, 200.0, 1.0},   // capped at 0.5 % of 200 = 1.0
-        {1000, 0.5, 500.0, 2.5},   // the cap below the per-share fee
-        {10000, 3, 30000.0, 50.0},
-        {0, 10, 0.0, 1.0},
-    };
+        double volume, price, margin, commission;
+    } cases[] = {{100, 0.5, 50.0, 1.0},  // 0.5 % of the amount is 0.25: the floor of 1.0
+                 {1000, 10, 10000.0, 5.0}, {1000, 0.2, 200.0, 1.0}, {1000, 0.5, 500.0, 2.5}, {0, 10, 0.0, 1.0}};
     for (const auto& c : cases) {
         EXPECT_DOUBLE_EQ(c.margin, DataHelper::getOutterStockMargin(c.volume, c.price)) << c.volume << "@" << c.price;
-        EXPECT_DOUBLE_EQ(c.commission, DataHelper::getOutterStockComssion(c.volume, c.price))
-            << c.volume << "@" << c.price;
+        EXPECT_DOUBLE_EQ(c.commission, DataHelper::getOutterStockComssion(c.volume, c.price)) << c.volume << "@" << c.price;
     }
-    const struct {
-        double fee;
-        double expected;
-    } fees[] = {{0.0, 100.0}, {-5.0, 100.0}, {99.99, 100.0}, {100.0, 100.0}, {100.5, 100.5}, {2500.0, 2500.0}};
-    for (const auto& f : fees) EXPECT_DOUBLE_EQ(f.expected, DataHelper::isGreaterThanhgtFee(f.fee)) << f.fee;
+    const double fees[][2] = {{0.0, 100.0}, {-5.0, 100.0}, {99.99, 100.0}, {100.0, 100.0}, {100.5, 100.5}};
+    for (const auto& f : fees) EXPECT_DOUBLE_EQ(f[1], DataHelper::isGreaterThanhgtFee(f[0])) << f[0];
 }
-
-// ---- Position ordering --------------------------------------------------------------------------
 
 IDataPtr position(const std::string& exchange, const std::string& instrument) {
     CPositionDetailPtr p = boost::make_shared<CPositionDetail>();
@@ -501,51 +312,27 @@ IDataPtr position(const std::string& exchange, const std::string& instrument) {
     return p;
 }
 
-TEST(DataHelperTest, CompPosOrdersByExchangeThenInstrument) {
-    const IDataPtr notAPosition = boost::make_shared<CPriceData>();
+TEST(DataHelperTest, CompPosAndSuperAccount) {
+    const IDataPtr quote = boost::make_shared<CPriceData>();
     const struct {
-        IDataPtr a;
-        IDataPtr b;
+        IDataPtr a, b;
         bool less;
-    } cases[] = {
-        {position("SHFE", "rb2501"), position("SHFE", "ru2501"), true},
-        {position("SHFE", "ru2501"), position("SHFE", "rb2501"), false},
-        {position("DCE", "z9999"), position("SHFE", "a0001"), true},   // exchange decides first
-        {position("SHFE", "a0001"), position("DCE", "z9999"), false},
-        {position("SHFE", "rb2501"), position("SHFE", "rb2501"), false},
-        {position("SHFE", "Rb"), position("SHFE", "rb"), true},        // byte-wise
-        {position("", "x"), position("A", ""), true},
-        {notAPosition, position("SHFE", "rb2501"), false},
-        {position("SHFE", "rb2501"), notAPosition, false},
-        {IDataPtr(), position("SHFE", "rb2501"), false},
-        {position("SHFE", "rb2501"), IDataPtr(), false},
-    };
+    } cases[] = {{position("SHFE", "rb2501"), position("SHFE", "ru2501"), true},
+                 {position("SHFE", "ru2501"), position("SHFE", "rb2501"), false},
+                 {position("DCE", "z9999"), position("SHFE", "a0001"), true},  // the exchange decides first
+                 {position("SHFE", "rb2501"), position("SHFE", "rb2501"), false},
+                 {position("SHFE", "Rb"), position("SHFE", "rb"), true},  // byte-wise
+                 {quote, position("SHFE", "rb2501"), false},
+                 {position("SHFE", "rb2501"), quote, false},
+                 {IDataPtr(), position("SHFE", "rb2501"), false}};
     for (size_t i = 0; i < sizeof(cases) / sizeof(cases[0]); ++i)
         EXPECT_EQ(cases[i].less, DataHelper::compPos(cases[i].a, cases[i].b)) << "case " << i;
 
-    std::vector<IDataPtr> positions = {position("SHFE", "ru2501"), position("DCE", "m2505"),
-                                       position("SHFE", "rb2501"), position("CFFEX", "IF2501")};
-    std::sort(positions.begin(), positions.end(), &DataHelper::compPos);
-    std::vector<std::string> order;
-    for (const IDataPtr& p : positions) order.push_back(boost::dynamic_pointer_cast<CPositionDetail>(p)->getKey());
-    EXPECT_EQ(position("CFFEX", "IF2501")->getKey(), order[0]);
-    EXPECT_EQ(position("DCE", "m2505")->getKey(), order[1]);
-    EXPECT_EQ(position("SHFE", "rb2501")->getKey(), order[2]);
-    EXPECT_EQ(position("SHFE", "ru2501")->getKey(), order[3]);
-}
-
-// ---- Accounts -----------------------------------------------------------------------------------
-
-TEST(DataHelperTest, SuperAccountIsTheTaggedSubAccount) {
     EXPECT_FALSE(DataHelper::isSuperAccount(CAccountInfoPtr()));
-    const struct {
-        const char* subAccount;
-        bool super;
-    } cases[] = {{"__super__", true}, {"", false}, {"__super", false}, {"__super__x", false}, {"sub1", false}};
-    for (const auto& c : cases) {
+    for (const char* sub : {"__super__", "", "__super", "sub1"}) {
         CAccountInfoPtr info = test::makeAccountInfo();
-        info->m_strSubAccount = c.subAccount;
-        EXPECT_EQ(c.super, DataHelper::isSuperAccount(info)) << c.subAccount;
+        info->m_strSubAccount = sub;
+        EXPECT_EQ(std::string(sub) == "__super__", DataHelper::isSuperAccount(info)) << sub;
     }
 }
 
@@ -553,24 +340,19 @@ class DataHelperFutureTradingTest : public test::StoreTestFixture {};
 
 TEST_F(DataHelperFutureTradingTest, FuturesAccountInitialisedWithAnExchangeThatTakesOrders) {
     EXPECT_FALSE(DataHelper::isFutureTrading(CAccountDataPtr()));
-
     CAccountDataPtr futures = makeStore();
     EXPECT_FALSE(DataHelper::isFutureTrading(futures)) << "not initialised";
     futures->setInitialized(true);
     EXPECT_TRUE(DataHelper::isFutureTrading(futures)) << "no exchange status told: nothing forbids orders";
-
-    const char* exchanges[] = {"CFFEX", "SHFE", "DCE", "CZCE", "INE"};
-    for (const char* exchange : exchanges) futures->updateData(test::makeExchangeStatus(exchange, EXCHANGE_STATUS_CLOSED));
+    for (const char* exchange : {"CFFEX", "SHFE", "DCE", "CZCE", "INE"})
+        futures->updateData(test::makeExchangeStatus(exchange, EXCHANGE_STATUS_CLOSED));
     EXPECT_FALSE(DataHelper::isFutureTrading(futures)) << "every futures exchange closed";
     futures->updateData(test::makeExchangeStatus("DCE", EXCHANGE_STATUS_CONTINOUS));
     EXPECT_TRUE(DataHelper::isFutureTrading(futures)) << "DCE trading";
-    futures->updateData(test::makeExchangeStatus("DCE", EXCHANGE_STATUS_BEFORE_TRADING));
-    EXPECT_FALSE(DataHelper::isFutureTrading(futures)) << "DCE before trading";
 
     CAccountDataPtr option = makeStore(1000, true, test::makeAccountInfo("880002", 1, 70001));
     option->setInitialized(true);
     EXPECT_TRUE(DataHelper::isFutureTrading(option)) << "futures-option platform";
-
     CAccountDataPtr stock = makeStore(1000, true, test::makeAccountInfo("880003", 2, 10001));
     stock->setInitialized(true);
     EXPECT_FALSE(DataHelper::isFutureTrading(stock)) << "stock platform";

@@ -31,12 +31,12 @@ bson::BSONObj doc(int n) {
     return b.obj();
 }
 
-// Forwards to another backend, records the size of every batch, and can hold apply() at a gate
-// until the test opens it.
-class CGateBackend : public IPersistBackend {
+// A fault-injecting backend that also records the size of every batch stored and can hold apply()
+// at a gate until the test opens it.
+class CGateBackend : public CFaultInjectionBackend {
 public:
     explicit CGateBackend(const PersistBackendPtr& target)
-        : m_pTarget(target), m_bClosed(false), m_nWaiting(0) {}
+        : CFaultInjectionBackend(target), m_bClosed(false), m_nWaiting(0) {}
 
     void close() {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -57,7 +57,6 @@ public:
         return m_batchSizes;
     }
 
-    std::string url() const override { return m_pTarget->url(); }
     EApplyResult apply(const CWriteOp* ops, size_t n, uint64_t id, std::string* error) override {
         {
             std::unique_lock<std::mutex> lock(m_mutex);
@@ -66,29 +65,13 @@ public:
             m_cv.wait(lock, [&] { return !m_bClosed; });
             --m_nWaiting;
         }
-        EApplyResult r = m_pTarget->apply(ops, n, id, error);
+        EApplyResult r = CFaultInjectionBackend::apply(ops, n, id, error);
         std::lock_guard<std::mutex> lock(m_mutex);
         if (r == APPLY_OK) m_batchSizes.push_back(n);
         return r;
     }
-    bool get(const std::string& h, const std::string& k, std::string* b, bool* f, std::string* e) override {
-        return m_pTarget->get(h, k, b, f, e);
-    }
-    bool scan(const std::string& h, const std::string& p, KeyBytesList* o, std::string* e) override {
-        return m_pTarget->scan(h, p, o, e);
-    }
-    bool readSet(const std::string& n, std::set<std::string>* o, std::string* e) override {
-        return m_pTarget->readSet(n, o, e);
-    }
-    bool readList(const std::string& n, std::vector<std::string>* o, std::string* e) override {
-        return m_pTarget->readList(n, o, e);
-    }
-    bool listNames(ENameKind k, std::vector<std::string>* o, std::string* e) override {
-        return m_pTarget->listNames(k, o, e);
-    }
 
 private:
-    PersistBackendPtr m_pTarget;
     std::mutex m_mutex;
     std::condition_variable m_cv;
     bool m_bClosed;
@@ -437,14 +420,12 @@ protected:
     std::string m_strDir;
 };
 
-TEST_F(PersistInstanceTest, SetInstanceReplacesTheProcessDefault) {
+TEST_F(PersistInstanceTest, DefaultComesFromSetInstanceThenConfigurationThenTheDataFolder) {
     std::string error;
-    PersistServicePtr s = CPersistService::open("memory://", &error);
-    CPersistService::setInstance(s);
-    EXPECT_EQ(s, CPersistService::instance());
-}
+    PersistServicePtr installed = CPersistService::open("memory://", &error);
+    CPersistService::setInstance(installed);
+    EXPECT_EQ(installed, CPersistService::instance());
 
-TEST_F(PersistInstanceTest, DefaultComesFromConfigurationThenFromTheDataFolder) {
     boost::shared_ptr<ttservice::ConfigCollector> config(new ttservice::ConfigCollector);
     config->setString("persist.url", "memory://from-config");
     ttservice::ConfigCollector::setInstance(config);

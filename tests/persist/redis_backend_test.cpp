@@ -59,6 +59,22 @@ private:
     redisContext* m_pCtx;
 };
 
+// True when the server answers PING within `ms` milliseconds.
+bool answersWithin(int port, int ms) {
+    timeval tv = {0, ms * 1000};
+    redisContext* c = redisConnectWithTimeout("127.0.0.1", port, tv);
+    if (!c || c->err) {
+        if (c) redisFree(c);
+        return false;
+    }
+    redisSetTimeout(c, tv);
+    redisReply* r = static_cast<redisReply*>(redisCommand(c, "PING"));
+    const bool ok = r != nullptr;
+    if (r) freeReplyObject(r);
+    redisFree(c);
+    return ok;
+}
+
 class RedisBackendTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -145,9 +161,13 @@ TEST_F(RedisBackendTest, ABatchWhoseAnswerWasLostIsNotAppliedTwice) {
                      "return 1",
                      "0"});
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    ASSERT_TRUE(s->asyncWriteListData("journal", {doc(2)}, false));
-    ASSERT_TRUE(s->asyncWriteData("H", "k", doc(2)));
+    // Wait until the server stops answering: the script is running.
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (answersWithin(m_server.port(), 20) && std::chrono::steady_clock::now() < giveUp) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_TRUE(s->asyncWriteListData("journal", {doc(2)}, false));
+    EXPECT_TRUE(s->asyncWriteData("H", "k", doc(2)));
     stall.join();
     s->flush();
     EXPECT_GT(s->counters().m_nRetried, 0u) << "the stall was noticed";

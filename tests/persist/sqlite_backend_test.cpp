@@ -87,7 +87,7 @@ protected:
 
 TEST_F(SqliteBackendTest, AnotherProcessSeesFlushedDataWhileTheServiceRuns) {
     if (!haveSqliteCli()) GTEST_SKIP() << "the sqlite3 command-line shell is not installed";
-    PersistServicePtr s = open();
+    PersistServicePtr s = open("?sync=full");
     for (int i = 0; i < 250; ++i)
         ASSERT_TRUE(s->asyncWriteData("NqTradeData", "k" + std::to_string(i), doc(i)));
     ASSERT_TRUE(s->asyncWriteSetStrData("Accounts", "10086"));
@@ -229,13 +229,6 @@ TEST_F(SqliteBackendTest, DamagedDocumentsAreSkippedAndNamedAndTheRestIsRead) {
     EXPECT_EQ(2, mentions("'k1'")) << "once by readData, once by readAllData";
     EXPECT_EQ(1, mentions("'k2'"));
     EXPECT_EQ(1, mentions("'L' key '#0'"));
-}
-
-TEST_F(SqliteBackendTest, FullDurabilityOptionOpensAndStores) {
-    PersistServicePtr s = open("?sync=full");
-    ASSERT_TRUE(s->writeData("H", "k", doc(1)));
-    s->shutdown();
-    EXPECT_EQ(doc(1), open()->readData("H", "k"));
 }
 
 }  // namespace

@@ -56,9 +56,11 @@ Json::StreamWriterBuilder writerBuilder(const char* indentation) {
     return b;
 }
 
-// The default record of each class as JSON, made once per class (one thread uses a replayer).
-const Json::Value& defaultJson(const std::string& className) {
+// The default record of each class as JSON, made once per class.
+Json::Value defaultJson(const std::string& className) {
+    static boost::mutex mutex;
     static std::map<std::string, Json::Value> cache;
+    boost::mutex::scoped_lock lock(mutex);
     std::map<std::string, Json::Value>::iterator it = cache.find(className);
     if (it != cache.end()) return it->second;
     Json::Value v(Json::nullValue);
@@ -72,21 +74,83 @@ const Json::Value& defaultJson(const std::string& className) {
 }  // namespace
 
 Json::Value nonDefaultFields(const Json::Value& recordJson) {
-    if (!recordJson.isObject()) return recordJson;
-    const Json::Value& def = defaultJson(recordJson.get("class", "").asString());
+    if (recordJson.isArray()) {
+        Json::Value out(Json::arrayValue);
+        for (const Json::Value& item : recordJson) out.append(nonDefaultFields(item));
+        return out;
+    }
+    if (!recordJson.isObject() || !recordJson.isMember("class")) return recordJson;
+    const Json::Value def = defaultJson(recordJson["class"].asString());
     Json::Value out(Json::objectValue);
     for (Json::Value::const_iterator it = recordJson.begin(); it != recordJson.end(); ++it) {
         const std::string name = it.name();
         if (name == "class" || name == "m_accountInfo") continue;
         if (def.isObject() && def.isMember(name) && def[name] == *it) continue;
-        out[name] = *it;
+        out[name] = (it->isObject() || it->isArray()) ? nonDefaultFields(*it) : *it;
     }
     return out;
 }
 
+namespace {
+
+void appendQuoted(const std::string& text, std::string& out) {
+    out += '"';
+    for (char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (static_cast<unsigned char>(c) < 0x20) {
+            char buf[8];
+            std::snprintf(buf, sizeof buf, "\\u%04x", static_cast<unsigned>(c));
+            out += buf;
+        } else {
+            out += c;
+        }
+    }
+    out += '"';
+}
+
+void appendCompact(const Json::Value& v, std::string& out) {
+    switch (v.type()) {
+    case Json::nullValue: out += "null"; break;
+    case Json::intValue: out += std::to_string(v.asLargestInt()); break;
+    case Json::uintValue: out += std::to_string(v.asLargestUInt()); break;
+    case Json::realValue: out += formatNumber(v.asDouble()); break;
+    case Json::stringValue: appendQuoted(v.asString(), out); break;
+    case Json::booleanValue: out += v.asBool() ? "true" : "false"; break;
+    case Json::arrayValue: {
+        out += '[';
+        bool first = true;
+        for (const Json::Value& item : v) {
+            if (!first) out += ',';
+            first = false;
+            appendCompact(item, out);
+        }
+        out += ']';
+        break;
+    }
+    case Json::objectValue: {
+        out += '{';
+        bool first = true;
+        for (Json::Value::const_iterator it = v.begin(); it != v.end(); ++it) {
+            if (!first) out += ',';
+            first = false;
+            appendQuoted(it.name(), out);
+            out += ':';
+            appendCompact(*it, out);
+        }
+        out += '}';
+        break;
+    }
+    }
+}
+
+}  // namespace
+
 std::string compactJson(const Json::Value& value) {
-    static const Json::StreamWriterBuilder builder = writerBuilder("");
-    return Json::writeString(builder, value);
+    std::string out;
+    appendCompact(value, out);
+    return out;
 }
 
 namespace {
@@ -825,6 +889,7 @@ Json::Value CSessionReplayer::CImpl::accountSummary(const CAccountEntry& a) cons
     for (const std::string& inst : instruments) {
         int buy = 0, sell = 0;
         a.m_store->getUnDealVolume(inst, buy, sell);
+        if (buy == 0 && sell == 0) continue;
         Json::Value u(Json::objectValue);
         u["instrument"] = inst;
         u["buy"] = buy;
@@ -932,7 +997,9 @@ void CSessionReplayer::CImpl::renderText(const Json::Value& s) const {
     for (Json::Value::const_iterator it = ref["exchanges"].begin(); it != ref["exchanges"].end(); ++it)
         out << " " << it.name() << " " << (it->asString().empty() ? std::string("-") : it->asString());
     out << "\ninstruments: " << ref["instrumentCount"].asUInt64();
-    if (!ref["instruments"].empty()) out << " (" << countsText(ref["instruments"]) << ")";
+    for (Json::Value::const_iterator it = ref["instruments"].begin(); it != ref["instruments"].end(); ++it)
+        out << (it == ref["instruments"].begin() ? " (" : ", ") << it.name() << " " << it->asUInt64();
+    if (!ref["instruments"].empty()) out << ")";
     out << "\n";
 
     for (const Json::Value& a : s["accounts"]) {
@@ -987,8 +1054,8 @@ void CSessionReplayer::CImpl::finish() {
     const Json::Value s = summary();
     if (!m_options.m_bJson) {
         renderText(s);
-        m_out << "\nreplayed " << m_counters.m_nEvents << " event(s), " << m_counters.m_nRecords << " record(s), "
-              << m_counters.m_nQueries << " quer(ies); " << m_counters.m_nErrors << " line(s) skipped\n";
+        m_out << "\nreplayed: " << m_counters.m_nEvents << " events, " << m_counters.m_nRecords << " records, "
+              << m_counters.m_nQueries << " queries; " << m_counters.m_nErrors << " lines skipped\n";
         m_out.flush();
         return;
     }

@@ -93,12 +93,13 @@ private:
 // A number as the output writes it: up to 15 significant digits ("10.53", "1000000").
 std::string formatNumber(double value);
 // A record's JSON with the members equal to a new record's of the same class left out, and
-// without "class" and "m_accountInfo": what the record holds beyond its defaults.
+// without "class" and "m_accountInfo": what the record holds beyond its defaults. Nested records
+// (objects with a "class") are treated the same way.
 Json::Value nonDefaultFields(const Json::Value& recordJson);
 // Replaces every number that JSON cannot carry back (not finite, or at least 1e300 in magnitude,
 // such as TT_INVALID_DOUBLE, "no value") by null, in place.
 void writableNumbers(Json::Value& value);
-// Compact one-line JSON (UTF-8 kept, 15 significant digits).
+// Compact one-line JSON for the text output: UTF-8 kept, numbers as formatNumber writes them.
 std::string compactJson(const Json::Value& value);
 
 }  // namespace replay
