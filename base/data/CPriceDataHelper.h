@@ -13,7 +13,8 @@
 // NaN or an infinity in a quote is a broken field, never a price to order at).
 //
 // A selected price outside the quote's day limits is logged as an error on "TTStdFile" and returned
-// unchanged: the helper reports, it never corrects a price.
+// unchanged: the helper reports, it never corrects a price. A limit left empty in the quote (markets
+// without daily limits) is absent and checks nothing, and an empty result is no price to check.
 //
 // Thread safety: every member is static and stateless; any thread may call any of them. The quote
 // is shared and read without its lock, so a concurrent update may give a torn read between fields,

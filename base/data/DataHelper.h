@@ -8,7 +8,8 @@
 // concurrent ConfigCollector::setInstance is safe: a call answers from the old or the new one.
 //
 // Cost: the market-family, single-id, operation, order-type and range predicates are pure integer or
-// floating comparisons (switches or binary searches over sorted static tables) and never allocate.
+// floating comparisons (range tests and switches, which the compiler turns into jump or bit tables)
+// and never allocate.
 // The counter-system predicates pass their family name as a function-local static std::string, so
 // they allocate nothing either; their cost is one map look-up inside the configuration service.
 //
