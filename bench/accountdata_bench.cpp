@@ -7,12 +7,6 @@
 //   getUnDealVolume over 10,000 orders           vs  the same sum over a bare std::map of orders
 //   getOrderById                                 vs  a bare std::map look-up
 // Targets: updateData at least half the baseline's throughput; flushDatas within 3x of the sort.
-#include "base/TraderCenter.h"
-#include "base/data/CAccountData.h"
-#include "net/RPCEngine.h"
-#include "testing/FakeDataCenter.h"
-#include "testing/RecordBuilders.h"
-
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -20,6 +14,12 @@
 #include <map>
 #include <string>
 #include <vector>
+
+#include "base/TraderCenter.h"
+#include "base/data/CAccountData.h"
+#include "net/RPCEngine.h"
+#include "testing/FakeDataCenter.h"
+#include "testing/RecordBuilders.h"
 
 using namespace ttservice;
 
@@ -29,7 +29,8 @@ const int kMixSize = 10000;
 
 std::string padded(const char* prefix, int n, int width) {
     std::string digits = std::to_string(n);
-    return prefix + std::string(width > static_cast<int>(digits.size()) ? width - digits.size() : 0, '0') + digits;
+    return prefix + std::string(width > static_cast<int>(digits.size()) ? width - digits.size() : 0, '0') +
+           digits;
 }
 
 // A push mix of kMixSize records: 40% orders (status updates of 1,000 live orders), 40% deals (new
@@ -59,7 +60,11 @@ std::vector<IDataPtr> makeMix(const CAccountInfoPtr& info) {
                               .volume(1)
                               .build());
         } else if (slot < 19) {
-            mix.push_back(test::PositionBuilder().account(info).instrument(padded("rb25", i % 100, 2)).volume(5).build());
+            mix.push_back(test::PositionBuilder()
+                              .account(info)
+                              .instrument(padded("rb25", i % 100, 2))
+                              .volume(5)
+                              .build());
         } else {
             mix.push_back(test::makeAccountDetail(info, 1e6 + i));
         }
@@ -86,7 +91,8 @@ struct LiveStore {
         for (int kind : {542, 543, 544, 545})
             subs.push_back(store->subscribe(kind, "", [this](const IDataPtr&) { ++seen; }));
         listener = center->addAccountDataListener(
-            [this](const CAccountInfoPtr&, const IDataPtr&, const TTError&) { ++seen; }, AccountDatasCallback());
+            [this](const CAccountInfoPtr&, const IDataPtr&, const TTError&) { ++seen; },
+            AccountDatasCallback());
         store->setInitialized(true);
     }
     ~LiveStore() {
@@ -147,8 +153,12 @@ std::vector<IDataPtr> makeCacheLoad(const CAccountInfoPtr& info) {
     load.reserve(n);
     for (int i = 0; i < n - 1; ++i) {
         switch (i % 3) {
-            case 0: load.push_back(test::OrderBuilder().account(info).sysId(padded("      ", i, 6)).build()); break;
-            case 1: load.push_back(test::DealBuilder().account(info).tradeId(padded("T", i, 10)).build()); break;
+            case 0:
+                load.push_back(test::OrderBuilder().account(info).sysId(padded("      ", i, 6)).build());
+                break;
+            case 1:
+                load.push_back(test::DealBuilder().account(info).tradeId(padded("T", i, 10)).build());
+                break;
             default:
                 load.push_back(test::PositionBuilder().account(info).instrument(padded("i", i, 6)).build());
                 break;

@@ -13,21 +13,20 @@
 // records filed). The ratio is of thread CPU times; Google Benchmark's table shows wall and CPU time.
 // Each benchmark makes one pass over the file; run it in a Release build.
 #include <benchmark/benchmark.h>
-
-#include "SessionEvent.h"
-#include "SessionGenerator.h"
-#include "SessionReplayer.h"
-
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <ctime>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
+
+#include "SessionEvent.h"
+#include "SessionGenerator.h"
+#include "SessionReplayer.h"
 
 namespace {
 
@@ -89,7 +88,9 @@ double g_parseSeconds = 0.0, g_jsonSeconds = 0.0, g_replaySeconds = 0.0;  // thr
 double g_summarySeconds = 0.0;  // the part of the replay that builds and writes the end summary
 long g_rssBeforeKb = 0, g_rssAfterKb = 0;
 
-double seconds(double t0) { return threadCpuSeconds() - t0; }
+double seconds(double t0) {
+    return threadCpuSeconds() - t0;
+}
 
 void ReadLines(benchmark::State& state) {
     const CSession& s = session();
@@ -184,14 +185,16 @@ int main(int argc, char** argv) {
     benchmark::Shutdown();
     const CSession& s = session();
     if (g_parseSeconds > 0 && g_replaySeconds > 0) {
-        std::printf("CPU time, full replay / parse-only: %.2f (target <= 2.00); full replay / JSON-only: %.2f\n",
-                    g_replaySeconds / g_parseSeconds, g_jsonSeconds > 0 ? g_replaySeconds / g_jsonSeconds : 0.0);
+        std::printf(
+            "CPU time, full replay / parse-only: %.2f (target <= 2.00); full replay / JSON-only: %.2f\n",
+            g_replaySeconds / g_parseSeconds, g_jsonSeconds > 0 ? g_replaySeconds / g_jsonSeconds : 0.0);
         std::printf("of the full replay, the end summary: %.3f s\n", g_summarySeconds);
         std::printf("records per CPU second: parse-only %.0f, full replay %.0f\n", s.records / g_parseSeconds,
                     s.records / g_replaySeconds);
-        std::printf("peak memory: max RSS %ld -> %ld KiB over the replay, %.0f bytes per filed record\n",
-                    g_rssBeforeKb, g_rssAfterKb,
-                    s.records ? (g_rssAfterKb - g_rssBeforeKb) * 1024.0 / static_cast<double>(s.records) : 0.0);
+        std::printf(
+            "peak memory: max RSS %ld -> %ld KiB over the replay, %.0f bytes per filed record\n",
+            g_rssBeforeKb, g_rssAfterKb,
+            s.records ? (g_rssAfterKb - g_rssBeforeKb) * 1024.0 / static_cast<double>(s.records) : 0.0);
     }
     std::remove(s.path.c_str());
     return 0;

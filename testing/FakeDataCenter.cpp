@@ -1,10 +1,9 @@
 #include "testing/FakeDataCenter.h"
 
-#include <boost/make_shared.hpp>
-#include <boost/weak_ptr.hpp>
-
 #include <algorithm>
 #include <atomic>
+#include <boost/make_shared.hpp>
+#include <boost/weak_ptr.hpp>
 
 namespace ttservice {
 namespace test {
@@ -109,7 +108,8 @@ std::vector<boost::shared_ptr<CAccountData> > FakeDataCenter::getAccounts() {
     return out;
 }
 
-void FakeDataCenter::onAccountData(const CAccountInfoPtr& account, const IDataPtr& data, const TTError& error) {
+void FakeDataCenter::onAccountData(const CAccountInfoPtr& account, const IDataPtr& data,
+                                   const TTError& error) {
     {
         boost::mutex::scoped_lock lock(m_mutex);
         ++m_nOnAccountDataCalls;
@@ -160,7 +160,8 @@ boost::shared_ptr<void> FakeDataCenter::addAccountDataListener(const AccountData
     return handle;
 }
 
-void FakeDataCenter::setInstrumentDetail(const std::vector<std::string>&, const std::vector<CInstrumentDetailPtr>& details) {
+void FakeDataCenter::setInstrumentDetail(const std::vector<std::string>&,
+                                         const std::vector<CInstrumentDetailPtr>& details) {
     boost::mutex::scoped_lock lock(m_mutex);
     for (size_t i = 0; i < details.size(); ++i)
         if (details[i]) m_instruments[details[i]->getKey()] = details[i];
@@ -184,8 +185,12 @@ CInstrumentDetailPtr FakeDataCenter::getInstrumentByKey(const std::string& key) 
 // ---- defaults ----
 
 void FakeDataCenter::updateData(const std::string&, const IDataPtr&) {}
-SubRequestPtr FakeDataCenter::subscribe(const std::string&, int, const DataCallback&) { return SubRequestPtr(); }
-CPriceDataPtr FakeDataCenter::getPrice(int, const std::string&, const std::string&) { return CPriceDataPtr(); }
+SubRequestPtr FakeDataCenter::subscribe(const std::string&, int, const DataCallback&) {
+    return SubRequestPtr();
+}
+CPriceDataPtr FakeDataCenter::getPrice(int, const std::string&, const std::string&) {
+    return CPriceDataPtr();
+}
 void FakeDataCenter::setPriceDiff(const std::string&, double, double) {}
 CCustomStockInstrumentFeePtr FakeDataCenter::getAccountStockInstrumentFee(const std::string&) {
     return CCustomStockInstrumentFeePtr();
@@ -199,67 +204,134 @@ CCustomHGTInstrumentFeePtr FakeDataCenter::getAccountHGTInstrumentFee(const std:
 CCustomSgtInstrumentFeePtr FakeDataCenter::getAccountSgtInstrumentFee(const std::string&) {
     return CCustomSgtInstrumentFeePtr();
 }
-void FakeDataCenter::setAccountsStockInstrumentFee(const std::map<CAccountInfoPtr, CCustomStockInstrumentFeePtr>&) {}
-void FakeDataCenter::setAccountFutureInstruemntFee(const std::map<CAccountInfoPtr, CCustomFutureInstrumentFeePtr>&) {}
-void FakeDataCenter::setAccountsHGTInstrumentFee(const std::map<CAccountInfoPtr, CCustomHGTInstrumentFeePtr>&) {}
-void FakeDataCenter::setAccountsSgtInstrumentFee(const std::map<CAccountInfoPtr, CCustomSgtInstrumentFeePtr>&) {}
+void FakeDataCenter::setAccountsStockInstrumentFee(
+    const std::map<CAccountInfoPtr, CCustomStockInstrumentFeePtr>&) {}
+void FakeDataCenter::setAccountFutureInstruemntFee(
+    const std::map<CAccountInfoPtr, CCustomFutureInstrumentFeePtr>&) {}
+void FakeDataCenter::setAccountsHGTInstrumentFee(
+    const std::map<CAccountInfoPtr, CCustomHGTInstrumentFeePtr>&) {}
+void FakeDataCenter::setAccountsSgtInstrumentFee(
+    const std::map<CAccountInfoPtr, CCustomSgtInstrumentFeePtr>&) {}
 void FakeDataCenter::testMergeStockInstrumentFee(const CAccountInfoPtr&, const CInstrumentFeePtr&) {}
 void FakeDataCenter::testMergeFutureInstrumentFee(const CAccountInfoPtr&, const CInstrumentFeePtr&) {}
 void FakeDataCenter::testMergeHGTInstrumentFee(const CAccountInfoPtr&, const CInstrumentFeePtr&) {}
 void FakeDataCenter::testMergeSgtInstrumentFee(const CAccountInfoPtr&, const CInstrumentFeePtr&) {}
 void FakeDataCenter::testMergeForeignInstrumentFee(const CAccountInfoPtr&, const CInstrumentFeePtr&) {}
 void FakeDataCenter::MergeAccountForeignInstrumentFee(const std::string&, const CInstrumentFeePtr&) {}
-double FakeDataCenter::getExchangeRate(const std::string&) { return 1.0; }
+double FakeDataCenter::getExchangeRate(const std::string&) {
+    return 1.0;
+}
 void FakeDataCenter::setExchangeRate(const CExchangeRatePtr&) {}
 CCustomSPInstrumentFeePtr FakeDataCenter::getAccountForeignInstruments(const std::string&) {
     return CCustomSPInstrumentFeePtr();
 }
-void FakeDataCenter::setAccountForeignInstruemntFee(const std::map<CAccountInfoPtr, CCustomSPInstrumentFeePtr>&) {}
+void FakeDataCenter::setAccountForeignInstruemntFee(
+    const std::map<CAccountInfoPtr, CCustomSPInstrumentFeePtr>&) {}
 void FakeDataCenter::updateForeignInstruemntFeeByBroker(const CInstrumentFeePtr&, double, double) {}
-std::string FakeDataCenter::getForeignTradeDay() { return std::string(); }
-StringPairList FakeDataCenter::getDceCrossProduct() { return StringPairList(); }
-StringPairList FakeDataCenter::getDceCrossPeriod() { return StringPairList(); }
-std::string FakeDataCenter::getIpoCode() { return std::string(); }
-bool FakeDataCenter::isCustomCommission(const CAccountInfoPtr&, const CInstrumentFeePtr&) { return false; }
-bool FakeDataCenter::isCustomMargin(const CAccountInfoPtr&, const CInstrumentFeePtr&) { return false; }
+std::string FakeDataCenter::getForeignTradeDay() {
+    return std::string();
+}
+StringPairList FakeDataCenter::getDceCrossProduct() {
+    return StringPairList();
+}
+StringPairList FakeDataCenter::getDceCrossPeriod() {
+    return StringPairList();
+}
+std::string FakeDataCenter::getIpoCode() {
+    return std::string();
+}
+bool FakeDataCenter::isCustomCommission(const CAccountInfoPtr&, const CInstrumentFeePtr&) {
+    return false;
+}
+bool FakeDataCenter::isCustomMargin(const CAccountInfoPtr&, const CInstrumentFeePtr&) {
+    return false;
+}
 void FakeDataCenter::setExchanges(const std::vector<CExchangeDetailPtr>&) {}
 void FakeDataCenter::setUpToDate(bool) {}
-bool FakeDataCenter::isUpToDate() { return false; }
-CInstrumentDetailPtr FakeDataCenter::getInstrumentByCode(const std::string&) { return CInstrumentDetailPtr(); }
-CExchangeDetailPtr FakeDataCenter::getExchange(const std::string&) { return CExchangeDetailPtr(); }
-std::string FakeDataCenter::getProduct(const std::string&, const std::string&) { return std::string(); }
-std::string FakeDataCenter::getProductNameByID(const std::string&) { return std::string(); }
-std::string FakeDataCenter::getRealMarket(const std::string& market, const std::string&) { return market; }
+bool FakeDataCenter::isUpToDate() {
+    return false;
+}
+CInstrumentDetailPtr FakeDataCenter::getInstrumentByCode(const std::string&) {
+    return CInstrumentDetailPtr();
+}
+CExchangeDetailPtr FakeDataCenter::getExchange(const std::string&) {
+    return CExchangeDetailPtr();
+}
+std::string FakeDataCenter::getProduct(const std::string&, const std::string&) {
+    return std::string();
+}
+std::string FakeDataCenter::getProductNameByID(const std::string&) {
+    return std::string();
+}
+std::string FakeDataCenter::getRealMarket(const std::string& market, const std::string&) {
+    return market;
+}
 void FakeDataCenter::addProductNSData(const boost::shared_ptr<CProductNSData>&) {}
-boost::shared_ptr<CProductNSData> FakeDataCenter::getProductNSData(int) { return boost::shared_ptr<CProductNSData>(); }
+boost::shared_ptr<CProductNSData> FakeDataCenter::getProductNSData(int) {
+    return boost::shared_ptr<CProductNSData>();
+}
 void FakeDataCenter::setMarketTime(const std::map<std::string, int64_t>&) {}
-int64_t FakeDataCenter::getMarketTime(const std::string&) { return 0; }
+int64_t FakeDataCenter::getMarketTime(const std::string&) {
+    return 0;
+}
 void FakeDataCenter::setMarketStatus(const std::string&, int) {}
-int FakeDataCenter::getMarketStatus(const std::string&) const { return 0; }
-std::string FakeDataCenter::getStockTradeDay() { return std::string(); }
-std::string FakeDataCenter::getMaxTradeDay() { return std::string(); }
-std::string FakeDataCenter::getMarketTradeDay(const std::string&) { return std::string(); }
-ExchangeMap FakeDataCenter::getMapExchange() { return ExchangeMap(); }
+int FakeDataCenter::getMarketStatus(const std::string&) const {
+    return 0;
+}
+std::string FakeDataCenter::getStockTradeDay() {
+    return std::string();
+}
+std::string FakeDataCenter::getMaxTradeDay() {
+    return std::string();
+}
+std::string FakeDataCenter::getMarketTradeDay(const std::string&) {
+    return std::string();
+}
+ExchangeMap FakeDataCenter::getMapExchange() {
+    return ExchangeMap();
+}
 void FakeDataCenter::getMarketAndTradeDay(std::vector<std::string>&, std::vector<std::string>&) {}
-boost::shared_ptr<ETFDataCenter> FakeDataCenter::getETFDataCenter() { return boost::shared_ptr<ETFDataCenter>(); }
-InstrumentMap FakeDataCenter::getExchangeInstruments(const std::string&) { return InstrumentMap(); }
-InstrumentMap FakeDataCenter::getProductInstruments(const std::string&) { return InstrumentMap(); }
-InstrumentIndex FakeDataCenter::getAllProductInstruments() { return InstrumentIndex(); }
-boost::shared_ptr<CAccountData> FakeDataCenter::getGlobalData() { return getAccount(std::string()); }
+boost::shared_ptr<ETFDataCenter> FakeDataCenter::getETFDataCenter() {
+    return boost::shared_ptr<ETFDataCenter>();
+}
+InstrumentMap FakeDataCenter::getExchangeInstruments(const std::string&) {
+    return InstrumentMap();
+}
+InstrumentMap FakeDataCenter::getProductInstruments(const std::string&) {
+    return InstrumentMap();
+}
+InstrumentIndex FakeDataCenter::getAllProductInstruments() {
+    return InstrumentIndex();
+}
+boost::shared_ptr<CAccountData> FakeDataCenter::getGlobalData() {
+    return getAccount(std::string());
+}
 boost::shared_ptr<PortfolioManager> FakeDataCenter::getPortfolioManager() {
     return boost::shared_ptr<PortfolioManager>();
 }
-double FakeDataCenter::getPriceDiff(const std::string&, double) { return 0.01; }
+double FakeDataCenter::getPriceDiff(const std::string&, double) {
+    return 0.01;
+}
 void FakeDataCenter::updateHGTAccountSettlementRate(const SettlementRateMap&) {}
-SettlementRateMap FakeDataCenter::getHGTAccountSettlementRate() { return SettlementRateMap(); }
+SettlementRateMap FakeDataCenter::getHGTAccountSettlementRate() {
+    return SettlementRateMap();
+}
 void FakeDataCenter::updateSgtAccountSettlementRate(const SettlementRateMap&) {}
-SettlementRateMap FakeDataCenter::getSgtAccountSettlementRate() { return SettlementRateMap(); }
+SettlementRateMap FakeDataCenter::getSgtAccountSettlementRate() {
+    return SettlementRateMap();
+}
 void FakeDataCenter::updateExchangeStatus(const CExchangeStatusPtr&) {}
-bool FakeDataCenter::isAnyMarketTrading() const { return false; }
+bool FakeDataCenter::isAnyMarketTrading() const {
+    return false;
+}
 void FakeDataCenter::setKLineDatas(const KLineDataMap&) {}
-KLineDataMap FakeDataCenter::getKLineDatas() { return KLineDataMap(); }
+KLineDataMap FakeDataCenter::getKLineDatas() {
+    return KLineDataMap();
+}
 void FakeDataCenter::setKLineDatasStatus(ENqKlineDataStatus) {}
-ENqKlineDataStatus FakeDataCenter::getKLineDatasStatus() { return NQ_KLINE_STATUS_NONE; }
+ENqKlineDataStatus FakeDataCenter::getKLineDatasStatus() {
+    return NQ_KLINE_STATUS_NONE;
+}
 
 }  // namespace test
 }  // namespace ttservice

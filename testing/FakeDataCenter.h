@@ -12,13 +12,12 @@
 // delivering thread with no lock of the fake held; a listener may register or release listeners.
 #pragma once
 
-#include "base/IDataCenter.h"
-
 #include <boost/thread/mutex.hpp>
-
 #include <map>
 #include <string>
 #include <vector>
+
+#include "base/IDataCenter.h"
 
 namespace ttservice {
 namespace test {
@@ -73,10 +72,14 @@ public:
     CCustomFutureInstrumentFeePtr getAccountFutureInstrumentFee(const std::string& accountKey) override;
     CCustomHGTInstrumentFeePtr getAccountHGTInstrumentFee(const std::string& accountKey) override;
     CCustomSgtInstrumentFeePtr getAccountSgtInstrumentFee(const std::string& accountKey) override;
-    void setAccountsStockInstrumentFee(const std::map<CAccountInfoPtr, CCustomStockInstrumentFeePtr>& fees) override;
-    void setAccountFutureInstruemntFee(const std::map<CAccountInfoPtr, CCustomFutureInstrumentFeePtr>& fees) override;
-    void setAccountsHGTInstrumentFee(const std::map<CAccountInfoPtr, CCustomHGTInstrumentFeePtr>& fees) override;
-    void setAccountsSgtInstrumentFee(const std::map<CAccountInfoPtr, CCustomSgtInstrumentFeePtr>& fees) override;
+    void setAccountsStockInstrumentFee(
+        const std::map<CAccountInfoPtr, CCustomStockInstrumentFeePtr>& fees) override;
+    void setAccountFutureInstruemntFee(
+        const std::map<CAccountInfoPtr, CCustomFutureInstrumentFeePtr>& fees) override;
+    void setAccountsHGTInstrumentFee(
+        const std::map<CAccountInfoPtr, CCustomHGTInstrumentFeePtr>& fees) override;
+    void setAccountsSgtInstrumentFee(
+        const std::map<CAccountInfoPtr, CCustomSgtInstrumentFeePtr>& fees) override;
     void testMergeStockInstrumentFee(const CAccountInfoPtr& account, const CInstrumentFeePtr& fee) override;
     void testMergeFutureInstrumentFee(const CAccountInfoPtr& account, const CInstrumentFeePtr& fee) override;
     void testMergeHGTInstrumentFee(const CAccountInfoPtr& account, const CInstrumentFeePtr& fee) override;
@@ -85,8 +88,10 @@ public:
     double getExchangeRate(const std::string& currency) override;
     void setExchangeRate(const CExchangeRatePtr& rate) override;
     CCustomSPInstrumentFeePtr getAccountForeignInstruments(const std::string& accountKey) override;
-    void setAccountForeignInstruemntFee(const std::map<CAccountInfoPtr, CCustomSPInstrumentFeePtr>& fees) override;
-    void updateForeignInstruemntFeeByBroker(const CInstrumentFeePtr& fee, double deposit, double dfee) override;
+    void setAccountForeignInstruemntFee(
+        const std::map<CAccountInfoPtr, CCustomSPInstrumentFeePtr>& fees) override;
+    void updateForeignInstruemntFeeByBroker(const CInstrumentFeePtr& fee, double deposit,
+                                            double dfee) override;
     std::string getForeignTradeDay() override;
     StringPairList getDceCrossProduct() override;
     StringPairList getDceCrossPeriod() override;
@@ -111,7 +116,8 @@ public:
     std::string getMaxTradeDay() override;
     std::string getMarketTradeDay(const std::string& market) override;
     ExchangeMap getMapExchange() override;
-    void getMarketAndTradeDay(std::vector<std::string>& markets, std::vector<std::string>& tradeDays) override;
+    void getMarketAndTradeDay(std::vector<std::string>& markets,
+                              std::vector<std::string>& tradeDays) override;
     boost::shared_ptr<ETFDataCenter> getETFDataCenter() override;
     InstrumentMap getExchangeInstruments(const std::string& market) override;
     InstrumentMap getProductInstruments(const std::string& productId) override;
@@ -131,7 +137,8 @@ public:
     ENqKlineDataStatus getKLineDatasStatus() override;
 
 private:
-    void MergeAccountForeignInstrumentFee(const std::string& accountKey, const CInstrumentFeePtr& fee) override;
+    void MergeAccountForeignInstrumentFee(const std::string& accountKey,
+                                          const CInstrumentFeePtr& fee) override;
 
     struct Listener;
     struct Listeners;

@@ -8,9 +8,9 @@
 //   position: "<exchange>_<instrument>_<direction char>_<hedge char>"
 #pragma once
 
-#include "records/Records.h"
-
 #include <string>
+
+#include "records/Records.h"
 
 namespace ttservice {
 namespace test {
@@ -21,24 +21,76 @@ CAccountInfoPtr makeAccountInfo(const std::string& accountId = "880001", int acc
 
 class OrderBuilder {
 public:
-    OrderBuilder& account(const CAccountInfoPtr& a) { m_account = a; return *this; }
-    OrderBuilder& sysId(const std::string& v) { m_sysId = v; return *this; }
-    OrderBuilder& ref(const std::string& v) { m_ref = v; return *this; }
-    OrderBuilder& exchange(const std::string& v) { m_exchange = v; return *this; }
-    OrderBuilder& instrument(const std::string& v) { m_instrument = v; return *this; }
-    OrderBuilder& product(const std::string& v) { m_product = v; return *this; }
-    OrderBuilder& direction(int v) { m_direction = v; return *this; }
-    OrderBuilder& offset(int v) { m_offset = v; return *this; }
-    OrderBuilder& operation(int v) { m_operation = v; return *this; }
-    OrderBuilder& status(int v) { m_status = v; return *this; }
-    OrderBuilder& submitStatus(int v) { m_submitStatus = v; return *this; }
-    OrderBuilder& volume(int v) { m_volume = v; return *this; }
-    OrderBuilder& traded(int v) { m_traded = v; return *this; }
-    OrderBuilder& price(double v) { m_price = v; return *this; }
-    OrderBuilder& frozenMargin(double v) { m_frozenMargin = v; return *this; }
-    OrderBuilder& commission(double v) { m_commission = v; return *this; }
+    OrderBuilder& account(const CAccountInfoPtr& a) {
+        m_account = a;
+        return *this;
+    }
+    OrderBuilder& sysId(const std::string& v) {
+        m_sysId = v;
+        return *this;
+    }
+    OrderBuilder& ref(const std::string& v) {
+        m_ref = v;
+        return *this;
+    }
+    OrderBuilder& exchange(const std::string& v) {
+        m_exchange = v;
+        return *this;
+    }
+    OrderBuilder& instrument(const std::string& v) {
+        m_instrument = v;
+        return *this;
+    }
+    OrderBuilder& product(const std::string& v) {
+        m_product = v;
+        return *this;
+    }
+    OrderBuilder& direction(int v) {
+        m_direction = v;
+        return *this;
+    }
+    OrderBuilder& offset(int v) {
+        m_offset = v;
+        return *this;
+    }
+    OrderBuilder& operation(int v) {
+        m_operation = v;
+        return *this;
+    }
+    OrderBuilder& status(int v) {
+        m_status = v;
+        return *this;
+    }
+    OrderBuilder& submitStatus(int v) {
+        m_submitStatus = v;
+        return *this;
+    }
+    OrderBuilder& volume(int v) {
+        m_volume = v;
+        return *this;
+    }
+    OrderBuilder& traded(int v) {
+        m_traded = v;
+        return *this;
+    }
+    OrderBuilder& price(double v) {
+        m_price = v;
+        return *this;
+    }
+    OrderBuilder& frozenMargin(double v) {
+        m_frozenMargin = v;
+        return *this;
+    }
+    OrderBuilder& commission(double v) {
+        m_commission = v;
+        return *this;
+    }
     // A CNqOrderTag with this key.
-    OrderBuilder& tag(const std::string& v) { m_tag = v; m_hasTag = true; return *this; }
+    OrderBuilder& tag(const std::string& v) {
+        m_tag = v;
+        m_hasTag = true;
+        return *this;
+    }
     COrderDetailPtr build() const;
 
 private:
@@ -51,7 +103,7 @@ private:
     int m_direction = '0';
     int m_offset = '0';
     int m_operation = 0;
-    int m_status = '2';  // reported
+    int m_status = '2';        // reported
     int m_submitStatus = '3';  // accepted
     int m_volume = 10;
     int m_traded = 0;
@@ -64,17 +116,50 @@ private:
 
 class DealBuilder {
 public:
-    DealBuilder& account(const CAccountInfoPtr& a) { m_account = a; return *this; }
-    DealBuilder& tradeId(const std::string& v) { m_tradeId = v; return *this; }
-    DealBuilder& orderSysId(const std::string& v) { m_orderSysId = v; return *this; }
-    DealBuilder& exchange(const std::string& v) { m_exchange = v; return *this; }
-    DealBuilder& instrument(const std::string& v) { m_instrument = v; return *this; }
-    DealBuilder& direction(int v) { m_direction = v; return *this; }
-    DealBuilder& offset(int v) { m_offset = v; return *this; }
-    DealBuilder& volume(int v) { m_volume = v; return *this; }
-    DealBuilder& price(double v) { m_price = v; return *this; }
-    DealBuilder& commission(double v) { m_commission = v; return *this; }
-    DealBuilder& tradeDate(const std::string& v) { m_tradeDate = v; return *this; }
+    DealBuilder& account(const CAccountInfoPtr& a) {
+        m_account = a;
+        return *this;
+    }
+    DealBuilder& tradeId(const std::string& v) {
+        m_tradeId = v;
+        return *this;
+    }
+    DealBuilder& orderSysId(const std::string& v) {
+        m_orderSysId = v;
+        return *this;
+    }
+    DealBuilder& exchange(const std::string& v) {
+        m_exchange = v;
+        return *this;
+    }
+    DealBuilder& instrument(const std::string& v) {
+        m_instrument = v;
+        return *this;
+    }
+    DealBuilder& direction(int v) {
+        m_direction = v;
+        return *this;
+    }
+    DealBuilder& offset(int v) {
+        m_offset = v;
+        return *this;
+    }
+    DealBuilder& volume(int v) {
+        m_volume = v;
+        return *this;
+    }
+    DealBuilder& price(double v) {
+        m_price = v;
+        return *this;
+    }
+    DealBuilder& commission(double v) {
+        m_commission = v;
+        return *this;
+    }
+    DealBuilder& tradeDate(const std::string& v) {
+        m_tradeDate = v;
+        return *this;
+    }
     CDealDetailPtr build() const;
 
 private:
@@ -93,15 +178,42 @@ private:
 
 class PositionBuilder {
 public:
-    PositionBuilder& account(const CAccountInfoPtr& a) { m_account = a; return *this; }
-    PositionBuilder& exchange(const std::string& v) { m_exchange = v; return *this; }
-    PositionBuilder& instrument(const std::string& v) { m_instrument = v; return *this; }
-    PositionBuilder& direction(int v) { m_direction = v; return *this; }
-    PositionBuilder& hedge(int v) { m_hedge = v; return *this; }
-    PositionBuilder& volume(int v) { m_volume = v; return *this; }
-    PositionBuilder& yesterdayVolume(int v) { m_yesterday = v; return *this; }
-    PositionBuilder& openPrice(double v) { m_openPrice = v; return *this; }
-    PositionBuilder& openCost(double v) { m_openCost = v; return *this; }
+    PositionBuilder& account(const CAccountInfoPtr& a) {
+        m_account = a;
+        return *this;
+    }
+    PositionBuilder& exchange(const std::string& v) {
+        m_exchange = v;
+        return *this;
+    }
+    PositionBuilder& instrument(const std::string& v) {
+        m_instrument = v;
+        return *this;
+    }
+    PositionBuilder& direction(int v) {
+        m_direction = v;
+        return *this;
+    }
+    PositionBuilder& hedge(int v) {
+        m_hedge = v;
+        return *this;
+    }
+    PositionBuilder& volume(int v) {
+        m_volume = v;
+        return *this;
+    }
+    PositionBuilder& yesterdayVolume(int v) {
+        m_yesterday = v;
+        return *this;
+    }
+    PositionBuilder& openPrice(double v) {
+        m_openPrice = v;
+        return *this;
+    }
+    PositionBuilder& openCost(double v) {
+        m_openCost = v;
+        return *this;
+    }
     // A detail line of one opening deal (adds "_<openDate>_<tradeId>" to the key).
     PositionBuilder& detailOf(const std::string& openDate, const std::string& tradeId) {
         m_openDate = openDate;
@@ -132,7 +244,8 @@ CPriceDataPtr makeQuote(const std::string& exchange, const std::string& instrume
 CStkCompactsPtr makeCompact(const CAccountInfoPtr& account, const std::string& exchange,
                             const std::string& instrument, const std::string& compactId);
 GoldQueryStorageRespPtr makeGoldStorage(const std::string& code, double totalStorage);
-CExchangeStatusPtr makeExchangeStatus(const std::string& exchange, int status, const std::string& product = "");
+CExchangeStatusPtr makeExchangeStatus(const std::string& exchange, int status,
+                                      const std::string& product = "");
 CInstrumentDetailPtr makeInstrument(const std::string& exchange, const std::string& instrument,
                                     const std::string& product = "", int volumeMultiple = 1);
 // The account's fee record of an instrument, filed under "<account key>_<exchange><instrument>".

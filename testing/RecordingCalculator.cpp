@@ -78,12 +78,13 @@ double RecordingCalculator::getCanOrderVolume(const CAccountDataPtr& account, co
     return m_dCanOrderVolume;
 }
 
-void RecordingCalculator::getCanOrderVolumeWithReason(const CAccountDataPtr& account, const std::string& exchange,
-                                                      const std::string& instrument, int direction, int offset,
-                                                      double price, const CStructVolumePtr& out) {
+void RecordingCalculator::getCanOrderVolumeWithReason(const CAccountDataPtr& account,
+                                                      const std::string& exchange,
+                                                      const std::string& instrument, int direction,
+                                                      int offset, double price, const CStructVolumePtr& out) {
     boost::mutex::scoped_lock lock(m_mutex);
-    m_volumeCalls.push_back(
-        VolumeCall{"getCanOrderVolumeWithReason", account, exchange, instrument, direction, offset, price, 0.0});
+    m_volumeCalls.push_back(VolumeCall{"getCanOrderVolumeWithReason", account, exchange, instrument,
+                                       direction, offset, price, 0.0});
     if (!out) return;
     out->m_dVolume = m_dCanOrderVolume;
     out->m_nReasonCode = m_nReasonCode;
@@ -91,8 +92,8 @@ void RecordingCalculator::getCanOrderVolumeWithReason(const CAccountDataPtr& acc
 }
 
 double RecordingCalculator::getSingleOpVolume(const CAccountDataPtr& account, const std::string& exchange,
-                                              const std::string& instrument, int direction, int offset, double price,
-                                              double amount) {
+                                              const std::string& instrument, int direction, int offset,
+                                              double price, double amount) {
     boost::mutex::scoped_lock lock(m_mutex);
     m_volumeCalls.push_back(
         VolumeCall{"getSingleOpVolume", account, exchange, instrument, direction, offset, price, amount});

@@ -6,12 +6,11 @@
 // calculator's end.
 #pragma once
 
-#include "base/ICalculator.h"
-
 #include <boost/thread/mutex.hpp>
-
 #include <string>
 #include <vector>
+
+#include "base/ICalculator.h"
 
 namespace ttservice {
 namespace test {

@@ -6,6 +6,11 @@
 // timer stays armed into the next test and every store is released.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <boost/date_time/posix_time/posix_time.hpp>
+#include <vector>
+
 #include "base/TraderCenter.h"
 #include "base/data/CAccountData.h"
 #include "impl/base/QuoteBoard.h"
@@ -13,11 +18,6 @@
 #include "testing/FakeDataCenter.h"
 #include "testing/RecordBuilders.h"
 #include "testing/RecordingCalculator.h"
-
-#include <boost/date_time/posix_time/posix_time.hpp>
-#include <gtest/gtest.h>
-
-#include <vector>
 
 namespace ttservice {
 namespace test {
@@ -50,7 +50,8 @@ protected:
 
     // A store of `info` (the fixture's account by default), registered in the data center unless
     // told otherwise, not initialised.
-    CAccountDataPtr makeStore(int interval = 1000, bool registered = true, CAccountInfoPtr info = CAccountInfoPtr()) {
+    CAccountDataPtr makeStore(int interval = 1000, bool registered = true,
+                              CAccountInfoPtr info = CAccountInfoPtr()) {
         if (!info) info = m_info;
         CAccountDataPtr store = boost::make_shared<CAccountData>(interval);
         store->setAccountInfo(info);

@@ -1,5 +1,12 @@
 #include "base/data/CAccountData.h"
 
+#include <boost/thread/mutex.hpp>
+#include <cmath>
+#include <memory_resource>
+#include <sstream>
+#include <string_view>
+#include <tuple>
+
 #include "base/TraderCenter.h"
 #include "base/data/CInstrumentFeeHelper.h"
 #include "base/data/COrderDetailHelper.h"
@@ -7,14 +14,6 @@
 #include "net/RPCEngine.h"
 #include "utils/LogCenter.h"
 #include "utils/StringUtils.h"
-
-#include <boost/thread/mutex.hpp>
-
-#include <cmath>
-#include <memory_resource>
-#include <sstream>
-#include <string_view>
-#include <tuple>
 
 namespace ttservice {
 
@@ -30,7 +29,9 @@ const char* const kGoldExchange = "SHGE";
 // none). Snapshot subscriptions read it to tell updates already in their snapshot from newer ones.
 thread_local uint64_t tls_notifySeq = 0;
 
-bool validPrice(double p) { return std::isfinite(p) && std::fabs(p) > 1e-5 && p != TT_INVALID_DOUBLE; }
+bool validPrice(double p) {
+    return std::isfinite(p) && std::fabs(p) > 1e-5 && p != TT_INVALID_DOUBLE;
+}
 
 // Valuation price of a quote: its last price, else its previous close, else its previous
 // settlement price; TT_INVALID_DOUBLE when the quote has none of them.
@@ -56,21 +57,36 @@ const int CAccountDataStats::KNOWN_KINDS[CAccountDataStats::KNOWN_KIND_COUNT] = 
 
 int CAccountDataStats::slotOf(int kind) {
     switch (kind) {
-        case 535: return 0;
-        case 541: return 1;
-        case 542: return 2;
-        case 543: return 3;
-        case 544: return 4;
-        case 545: return 5;
-        case 547: return 6;
-        case 555: return 7;
-        case 567: return 8;
-        case 570: return 9;
-        case 661: return 10;
-        case 678: return 11;
-        case 7227: return 12;
-        case 13902: return 13;
-        default: return KNOWN_KIND_COUNT;
+        case 535:
+            return 0;
+        case 541:
+            return 1;
+        case 542:
+            return 2;
+        case 543:
+            return 3;
+        case 544:
+            return 4;
+        case 545:
+            return 5;
+        case 547:
+            return 6;
+        case 555:
+            return 7;
+        case 567:
+            return 8;
+        case 570:
+            return 9;
+        case 661:
+            return 10;
+        case 678:
+            return 11;
+        case 7227:
+            return 12;
+        case 13902:
+            return 13;
+        default:
+            return KNOWN_KIND_COUNT;
     }
 }
 
@@ -201,6 +217,7 @@ CAccountData::CAccountData(int updateInterval)
       m_bCaching(false),
       m_nSeq(0),
       m_nDataVersion(0),
+      m_keyedSubs(boost::make_shared<std::atomic<size_t> >(0)),
       m_bIndexesDetached(false),
       m_nNotifications(0),
       m_nForwarded(0),
@@ -257,7 +274,8 @@ CAccountDetailPtr CAccountData::getAccountDetail() const {
     KindDataMap::const_iterator kind = m_datas.find(KIND_ACCOUNT_DETAIL);
     if (kind == m_datas.end()) return CAccountDetailPtr();
     DataMap::const_iterator it = kind->second.find(m_identity->key);
-    return it == kind->second.end() ? CAccountDetailPtr() : boost::dynamic_pointer_cast<CAccountDetail>(it->second);
+    return it == kind->second.end() ? CAccountDetailPtr()
+                                    : boost::dynamic_pointer_cast<CAccountDetail>(it->second);
 }
 
 CCalcInfoPtr CAccountData::getCalcInfo() const {
@@ -286,7 +304,8 @@ void CAccountData::initCostData(const std::string& tradeDate) {
     KindDataMap::const_iterator kind = m_datas.find(KIND_POSITION);
     if (kind != m_datas.end()) {
         for (DataMap::const_iterator it = kind->second.begin(); it != kind->second.end(); ++it) {
-            if (const CPositionDetail* position = recordAs<CPositionDetail>(it->second)) ledger->addPosition(*position);
+            if (const CPositionDetail* position = recordAs<CPositionDetail>(it->second))
+                ledger->addPosition(*position);
         }
     }
     m_costData = ledger;
@@ -341,24 +360,49 @@ void CAccountData::updateData(const IDataPtr& data, bool cacheOnly) {
 
     // 2. The kind's own step, with the mutex released (each step takes it as it needs).
     switch (kind) {
-        case KIND_ORDER: updateOrder(key, data, version); break;
-        case KIND_ACCOUNT_DETAIL: onAccountDetailUpdate(boost::dynamic_pointer_cast<CAccountDetail>(data)); break;
-        case KIND_DEAL: updateDeal(key, data, version); break;
-        case KIND_POSITION: updatePositionDetail(data); break;
-        case KIND_POSITION_STATICS: updatePositionStatics(data); break;
-        case KIND_EXCHANGE_STATUS: updateExchangeStatus(data); break;
-        case KIND_POSITION_TRADE_TABLE: updatePositionTradeTable(data); break;
-        case KIND_FUND_POSITION: updateFundPosTable(data); break;
-        case KIND_GOLD_STORAGE: updateStorage(data); break;
-        case KIND_COMPACT: updateCompact(data); break;
-        default: break;  // 555 and every other kind: filed and published only
+        case KIND_ORDER:
+            updateOrder(key, data, version);
+            break;
+        case KIND_ACCOUNT_DETAIL:
+            onAccountDetailUpdate(boost::dynamic_pointer_cast<CAccountDetail>(data));
+            break;
+        case KIND_DEAL:
+            updateDeal(key, data, version);
+            break;
+        case KIND_POSITION:
+            updatePositionDetail(data);
+            break;
+        case KIND_POSITION_STATICS:
+            updatePositionStatics(data);
+            break;
+        case KIND_EXCHANGE_STATUS:
+            updateExchangeStatus(data);
+            break;
+        case KIND_POSITION_TRADE_TABLE:
+            updatePositionTradeTable(data);
+            break;
+        case KIND_FUND_POSITION:
+            updateFundPosTable(data);
+            break;
+        case KIND_GOLD_STORAGE:
+            updateStorage(data);
+            break;
+        case KIND_COMPACT:
+            updateCompact(data);
+            break;
+        default:
+            break;  // 555 and every other kind: filed and published only
     }
 
     // 3. Subscribers of (kind, key), then of the whole kind (once when the key is empty).
     if (m_subTable.size() != 0) {
         const uint64_t outerSeq = tls_notifySeq;
         tls_notifySeq = seq;
-        size_t called = m_subTable.notify(dataKey, data);
+        // A keyed subscription registered before this record was filed is seen by the count: the
+        // store mutex orders the two.
+        size_t called = (key.empty() || m_keyedSubs->load(std::memory_order_relaxed) != 0)
+                            ? m_subTable.notify(dataKey, data)
+                            : 0;
         if (!key.empty()) called += m_subTable.notify(IDataKey(kind, std::string()), data);
         tls_notifySeq = outerSeq;
         if (called != 0) countNotifications(called);
@@ -376,8 +420,8 @@ void CAccountData::updateData(const IDataPtr& data, bool cacheOnly) {
             if (!m_cache) m_cache.reset(new PushCache);
             m_cache->put(kind, key, data);
             m_nCached.fetch_add(1, std::memory_order_relaxed);
-            TT_LOG_STD_DEBUG(">>> [PUSHCACHE] [ACCT|%s] cached push data: [%d]-[%s]-[%s]", identity->displayId, kind,
-                             key, data->toString());
+            TT_LOG_STD_DEBUG(">>> [PUSHCACHE] [ACCT|%s] cached push data: [%d]-[%s]-[%s]",
+                             identity->displayId, kind, key, data->toString());
             return;
         }
     }
@@ -470,11 +514,34 @@ std::vector<IDataPtr> CAccountData::getVectorInc(int kind, const std::map<std::s
     return out;
 }
 
-SubRequestPtr CAccountData::subscribe(int kind, const std::string& key, const DataCallback& cb) {
-    return m_subTable.subscribe(IDataKey(kind, key), cb);
+// Subscriptions to one record key are counted, so that updateData skips the keyed look-up of the
+// subscription table while there are none (views mostly subscribe whole kinds). The count is
+// raised before the subscription is registered and lowered after it is released, so it never
+// falls below the number of live keyed subscriptions (clear() leaves it as it is: too high only
+// costs a look-up).
+SubRequestPtr CAccountData::trackKeyed(const SubRequestPtr& request) {
+    struct Release {
+        SubRequestPtr request;
+        boost::shared_ptr<std::atomic<size_t> > count;
+        ~Release() {
+            request.reset();
+            count->fetch_sub(1, std::memory_order_relaxed);
+        }
+    };
+    boost::shared_ptr<Release> release = boost::make_shared<Release>();
+    release->request = request;
+    release->count = m_keyedSubs;
+    return SubRequestPtr(release, request.get());
 }
 
-SubRequestPtr CAccountData::subscribe(int kind, const std::string& key, const DataCallback& cb, bool withSnapshot) {
+SubRequestPtr CAccountData::subscribe(int kind, const std::string& key, const DataCallback& cb) {
+    if (key.empty()) return m_subTable.subscribe(IDataKey(kind, key), cb);
+    m_keyedSubs->fetch_add(1, std::memory_order_relaxed);
+    return trackKeyed(m_subTable.subscribe(IDataKey(kind, key), cb));
+}
+
+SubRequestPtr CAccountData::subscribe(int kind, const std::string& key, const DataCallback& cb,
+                                      bool withSnapshot) {
     if (!withSnapshot) return subscribe(kind, key, cb);
     boost::shared_ptr<SnapshotRelay> relay = boost::make_shared<SnapshotRelay>(cb);
     std::vector<IDataPtr> snapshot;
@@ -482,8 +549,10 @@ SubRequestPtr CAccountData::subscribe(int kind, const std::string& key, const Da
     {
         StoreLock lock(m_mutex);
         relay->snapshotSeq = m_nSeq;
-        request = m_subTable.subscribe(
-            IDataKey(kind, key), [relay](const IDataPtr& data) { relay->deliver(data); });
+        if (!key.empty()) m_keyedSubs->fetch_add(1, std::memory_order_relaxed);
+        request = m_subTable.subscribe(IDataKey(kind, key),
+                                       [relay](const IDataPtr& data) { relay->deliver(data); });
+        if (!key.empty()) request = trackKeyed(request);
         KindDataMap::const_iterator k = m_datas.find(kind);
         if (k != m_datas.end()) {
             if (key.empty()) {
@@ -508,7 +577,9 @@ SubRequestPtr CAccountData::subscribe(int kind, const std::string& key, const Da
 // The step indexes a record only while it is the one filed under its key: when a newer push of
 // the same order was filed in between (on another thread), that push's own step indexes it, and
 // a record that clear() or a removal took out meanwhile is not indexed again.
-void CAccountData::updateOrder(const std::string& key, const IDataPtr& data) { updateOrder(key, data, 0); }
+void CAccountData::updateOrder(const std::string& key, const IDataPtr& data) {
+    updateOrder(key, data, 0);
+}
 
 void CAccountData::updateOrder(const std::string& key, const IDataPtr& data, uint64_t version) {
     const COrderDetail* order = recordAs<COrderDetail>(data);
@@ -533,7 +604,9 @@ void CAccountData::indexOrderLocked(const IDataPtr& data, const COrderDetail& or
     }
 }
 
-void CAccountData::updateDeal(const std::string& key, const IDataPtr& data) { updateDeal(key, data, 0); }
+void CAccountData::updateDeal(const std::string& key, const IDataPtr& data) {
+    updateDeal(key, data, 0);
+}
 
 void CAccountData::updateDeal(const std::string& key, const IDataPtr& data, uint64_t version) {
     const CDealDetail* deal = recordAs<CDealDetail>(data);
@@ -557,14 +630,16 @@ void CAccountData::indexDealLocked(const std::string& key, const IDataPtr& data,
 COrderDetailPtr CAccountData::getOrderById(const std::string& orderSysId) const {
     StoreLock lock(m_mutex);
     std::map<std::string, IDataPtr>::const_iterator it = m_ordersBySysId.find(orderSysId);
-    return it == m_ordersBySysId.end() ? COrderDetailPtr() : boost::dynamic_pointer_cast<COrderDetail>(it->second);
+    return it == m_ordersBySysId.end() ? COrderDetailPtr()
+                                       : boost::dynamic_pointer_cast<COrderDetail>(it->second);
 }
 
 COrderDetailPtr CAccountData::getOrderByNqTag(const CNqOrderTagPtr& tag) const {
     const std::string tagKey = tag ? tag->getKey() : std::string();
     StoreLock lock(m_mutex);
     std::map<std::string, IDataPtr>::const_iterator it = m_ordersByTag.find(tagKey);
-    return it == m_ordersByTag.end() ? COrderDetailPtr() : boost::dynamic_pointer_cast<COrderDetail>(it->second);
+    return it == m_ordersByTag.end() ? COrderDetailPtr()
+                                     : boost::dynamic_pointer_cast<COrderDetail>(it->second);
 }
 
 COrderDetailPtr CAccountData::getOrderDetail(const std::string& key) const {
@@ -617,11 +692,13 @@ void CAccountData::getDeals(const COrderInfoPtr& order, std::vector<CDealDetailP
     getDeals(orderSysId, exchangeId, deals);
 }
 
-void CAccountData::getDeals(const std::vector<COrderDetailPtr>& orders, std::vector<CDealDetailPtr>& deals) const {
+void CAccountData::getDeals(const std::vector<COrderDetailPtr>& orders,
+                            std::vector<CDealDetailPtr>& deals) const {
     for (size_t i = 0; i < orders.size(); ++i) getDeals(orders[i], deals);
 }
 
-void CAccountData::getDeals(const std::vector<COrderInfoPtr>& orders, std::vector<CDealDetailPtr>& deals) const {
+void CAccountData::getDeals(const std::vector<COrderInfoPtr>& orders,
+                            std::vector<CDealDetailPtr>& deals) const {
     for (size_t i = 0; i < orders.size(); ++i) getDeals(orders[i], deals);
 }
 
@@ -703,10 +780,11 @@ void CAccountData::onAccountDetailUpdate(const CAccountDetailPtr& detail) {
     if (!utils::CLogCenter::instance().logEnabled(utils::LOGGER_STD, utils::TT_LOG_INFO)) return;
     const std::string displayId = getAccountDisplayId();
     IData::Lock recordLock(detail);
-    TT_LOG_STD_INFO("%1% status %2% : m_dBalance: %3%, m_dPreBalance: %4%, m_dAvailable: %5%, m_dAssureAsset: %6%, "
-                    "m_dEntrustAsset: %7%",
-                    displayId, static_cast<int>(detail->m_nAccountStatus), detail->m_dBalance, detail->m_dPreBalance,
-                    detail->m_dAvailable, detail->m_dAssureAsset, detail->m_dEntrustAsset);
+    TT_LOG_STD_INFO(
+        "%1% status %2% : m_dBalance: %3%, m_dPreBalance: %4%, m_dAvailable: %5%, m_dAssureAsset: %6%, "
+        "m_dEntrustAsset: %7%",
+        displayId, static_cast<int>(detail->m_nAccountStatus), detail->m_dBalance, detail->m_dPreBalance,
+        detail->m_dAvailable, detail->m_dAssureAsset, detail->m_dEntrustAsset);
 }
 
 bool CAccountData::positionWantsQuoteLocked(const CPositionDetail& position) const {
@@ -815,11 +893,13 @@ CPositionStaticsPtr CAccountData::getPositionStatic(const std::string& exchangeI
     return CPositionStaticsPtr();
 }
 
-CInstrumentFeePtr CAccountData::getInstrumentFee(const std::string& exchangeId, const std::string& instrumentId) const {
+CInstrumentFeePtr CAccountData::getInstrumentFee(const std::string& exchangeId,
+                                                 const std::string& instrumentId) const {
     StoreLock lock(m_mutex);
     KindDataMap::const_iterator k = m_datas.find(CInstrumentFee::TYPE_ID_);
     if (k == m_datas.end()) return CInstrumentFeePtr();
-    DataMap::const_iterator it = k->second.find(m_identity->key + "_" + utils::nqStockKey(exchangeId, instrumentId));
+    DataMap::const_iterator it =
+        k->second.find(m_identity->key + "_" + utils::nqStockKey(exchangeId, instrumentId));
     if (it != k->second.end()) {
         CInstrumentFeePtr fee = boost::dynamic_pointer_cast<CInstrumentFee>(it->second);
         if (fee) return fee;
@@ -840,8 +920,8 @@ CInstrumentDetailPtr CAccountData::getInstrumentDetail(const std::string& exchan
         IData::Lock recordLock(fee);
         if (fee->m_instrument) return fee->m_instrument;
     }
-    CInstrumentDetailPtr own =
-        boost::dynamic_pointer_cast<CInstrumentDetail>(getData(CInstrumentDetail::TYPE_ID_, utils::nqStockKey(exchangeId, instrumentId)));
+    CInstrumentDetailPtr own = boost::dynamic_pointer_cast<CInstrumentDetail>(
+        getData(CInstrumentDetail::TYPE_ID_, utils::nqStockKey(exchangeId, instrumentId)));
     if (own) return own;
     IDataCenterPtr dataCenter = TraderCenter::instance()->getDataCenter();
     return dataCenter ? dataCenter->getInstrument(exchangeId, instrumentId) : CInstrumentDetailPtr();
@@ -908,8 +988,8 @@ bool CAccountData::initialized() const {
 }
 
 void CAccountData::setInitialized(bool initialized) {
-    TT_LOG_STD_DEBUG("%1% : account = %2%, inited = %3%", "ttservice::CAccountData::setInitialized", getAccountKey(),
-                     initialized);
+    TT_LOG_STD_DEBUG("%1% : account = %2%, inited = %3%", "ttservice::CAccountData::setInitialized",
+                     getAccountKey(), initialized);
     struct Quoted {
         IDataPtr record;
         std::string exchangeId;
@@ -938,9 +1018,8 @@ void CAccountData::setInitialized(bool initialized) {
         m_removedDealIds.clear();
         m_bIndexesDetached = false;
         m_marginSum.clear();
-        const bool recomputeCommission =
-            m_identity->info &&
-            (m_identity->info->m_nAccountType == 1001 || m_identity->info->m_nAccountType == 1002);
+        const bool recomputeCommission = m_identity->info && (m_identity->info->m_nAccountType == 1001 ||
+                                                              m_identity->info->m_nAccountType == 1002);
         const DataMap& orders = m_datas[KIND_ORDER];
         for (DataMap::const_iterator it = orders.begin(); it != orders.end(); ++it) {
             COrderDetailPtr order = boost::dynamic_pointer_cast<COrderDetail>(it->second);
@@ -956,7 +1035,8 @@ void CAccountData::setInitialized(bool initialized) {
         }
         const DataMap& deals = m_datas[KIND_DEAL];
         for (DataMap::const_iterator it = deals.begin(); it != deals.end(); ++it)
-            if (const CDealDetail* deal = recordAs<CDealDetail>(it->second)) indexDealLocked(it->first, it->second, *deal);
+            if (const CDealDetail* deal = recordAs<CDealDetail>(it->second))
+                indexDealLocked(it->first, it->second, *deal);
 
         const DataMap& pos = m_datas[KIND_POSITION];
         for (DataMap::const_iterator it = pos.begin(); it != pos.end(); ++it) {
@@ -979,19 +1059,22 @@ void CAccountData::setInitialized(bool initialized) {
         const Quoted& q = positions[i];
         subscribeQuote(q.exchangeId, q.instrumentId);
         updatePrice(q.record);
-        TT_LOG_STD_DEBUG("setInitialized sub quoter %s %s account %s", q.exchangeId, q.instrumentId, displayId);
+        TT_LOG_STD_DEBUG("setInitialized sub quoter %s %s account %s", q.exchangeId, q.instrumentId,
+                         displayId);
     }
     for (size_t i = 0; i < compacts.size(); ++i) {
         const Quoted& q = compacts[i];
         subscribeQuote(q.exchangeId, q.instrumentId);
         updatePrice(q.record);
-        TT_LOG_STD_DEBUG("setInitialized sub quoter %s %s account %s NQ_CStkCompacts", q.exchangeId, q.instrumentId, displayId);
+        TT_LOG_STD_DEBUG("setInitialized sub quoter %s %s account %s NQ_CStkCompacts", q.exchangeId,
+                         q.instrumentId, displayId);
     }
     for (size_t i = 0; i < storages.size(); ++i) {
         const Quoted& q = storages[i];
         subscribeQuote(q.exchangeId, q.instrumentId);
         updatePrice(q.record);
-        TT_LOG_STD_DEBUG("setInitialized sub quoter %s %s account %s GoldStorage", q.exchangeId, q.instrumentId, displayId);
+        TT_LOG_STD_DEBUG("setInitialized sub quoter %s %s account %s GoldStorage", q.exchangeId,
+                         q.instrumentId, displayId);
     }
     // Position statistics are revalued like the positions they summarise.
     for (size_t i = 0; i < statics.size(); ++i) updatePrice(statics[i]);
@@ -1036,8 +1119,9 @@ bool CAccountData::subscribeQuote(const std::string& exchangeId, const std::stri
     boost::shared_ptr<void> handle;
     if (primitive) {
         boost::weak_ptr<CAccountData> self = weak_from_this();
-        handle = primitive->subQuote(exchangeId, instrumentId,
-                                     [self](const CPriceDataPtr& quote) { CAccountData::onQuote(self, quote); });
+        handle = primitive->subQuote(exchangeId, instrumentId, [self](const CPriceDataPtr& quote) {
+            CAccountData::onQuote(self, quote);
+        });
     }
     StoreLock lock(m_mutex);
     if (handle)
@@ -1067,7 +1151,8 @@ void CAccountData::updatePrice(const IDataPtr& data) {
         if (!instrumentOf(*data, exchangeId, instrumentId)) return;
     }
     IPrimitivePtr primitive = TraderCenter::instance()->getPrimitive();
-    notePrice(exchangeId, instrumentId, primitive ? primitive->getPrice(0, exchangeId, instrumentId) : CPriceDataPtr());
+    notePrice(exchangeId, instrumentId,
+              primitive ? primitive->getPrice(0, exchangeId, instrumentId) : CPriceDataPtr());
 }
 
 void CAccountData::notePrice(const std::string& exchangeId, const std::string& instrumentId,
@@ -1132,10 +1217,11 @@ void CAccountData::updatePrice() {
         list.precision(15);
         for (PriceChangeMap::const_iterator it = changes.begin(); it != changes.end(); ++it)
             list << it->first << "=" << it->second << ",";
-        logCenter.write(utils::LOGGER_DBG, utils::TT_LOG_DEBUG,
-                        utils::formatLog("[dbg_id=%1%] %2%", kPriceDebugId,
-                                         utils::formatLog("CAccountData::updatePrice %1%: %2%", displayId, list.str())),
-                        BOOST_CURRENT_FUNCTION, __FILE__, __LINE__);
+        logCenter.write(
+            utils::LOGGER_DBG, utils::TT_LOG_DEBUG,
+            utils::formatLog("[dbg_id=%1%] %2%", kPriceDebugId,
+                             utils::formatLog("CAccountData::updatePrice %1%: %2%", displayId, list.str())),
+            BOOST_CURRENT_FUNCTION, __FILE__, __LINE__);
     }
     ICalculatorPtr calculator = TraderCenter::instance()->getCalculator();
     CAccountDataPtr self = weak_from_this().lock();
@@ -1188,7 +1274,8 @@ void CAccountData::flushDatas() {
     m_nReplayedRecords.fetch_add(batch.size(), std::memory_order_relaxed);
 }
 
-EExchangeStatus CAccountData::getExchangeStatus(const std::string& exchangeId, const std::string& instrumentId) const {
+EExchangeStatus CAccountData::getExchangeStatus(const std::string& exchangeId,
+                                                const std::string& instrumentId) const {
     CInstrumentDetailPtr instrument = getInstrumentDetail(exchangeId, instrumentId);
     std::string productId;
     if (instrument) {
@@ -1215,8 +1302,8 @@ EExchangeStatus CAccountData::getExchangeStatus(const std::string& exchangeId, c
 // ---------------------------------------------------------------------------------------------
 // Tradable volume
 
-double CAccountData::getCanOrderVolume(const std::string& exchangeId, const std::string& instrumentId, int direction,
-                                       int offset, double price) {
+double CAccountData::getCanOrderVolume(const std::string& exchangeId, const std::string& instrumentId,
+                                       int direction, int offset, double price) {
     ICalculatorPtr calculator = TraderCenter::instance()->getCalculator();
     CAccountDataPtr self = weak_from_this().lock();
     if (!calculator || !self) return 0.0;
@@ -1224,18 +1311,19 @@ double CAccountData::getCanOrderVolume(const std::string& exchangeId, const std:
 }
 
 CStructVolumePtr CAccountData::getCanOrderVolumeWithReason(const std::string& exchangeId,
-                                                           const std::string& instrumentId, int direction, int offset,
-                                                           double price) {
+                                                           const std::string& instrumentId, int direction,
+                                                           int offset, double price) {
     CStructVolumePtr volume = boost::make_shared<CStructVolume>();
     ICalculatorPtr calculator = TraderCenter::instance()->getCalculator();
     CAccountDataPtr self = weak_from_this().lock();
     if (calculator && self)
-        calculator->getCanOrderVolumeWithReason(self, exchangeId, instrumentId, direction, offset, price, volume);
+        calculator->getCanOrderVolumeWithReason(self, exchangeId, instrumentId, direction, offset, price,
+                                                volume);
     return volume;
 }
 
-double CAccountData::getSingleOpVolume(const std::string& exchangeId, const std::string& instrumentId, int direction,
-                                       int offset, double price, double amount) {
+double CAccountData::getSingleOpVolume(const std::string& exchangeId, const std::string& instrumentId,
+                                       int direction, int offset, double price, double amount) {
     ICalculatorPtr calculator = TraderCenter::instance()->getCalculator();
     CAccountDataPtr self = weak_from_this().lock();
     if (!calculator || !self) return 0.0;
@@ -1335,7 +1423,8 @@ void CAccountData::clear() {
 
 CAccountDataStats CAccountData::getStatistics() const {
     CAccountDataStats stats;
-    for (int i = 0; i < CAccountDataStats::SLOT_COUNT; ++i) stats.m_nFiled[i] = m_nFiled[i].load(std::memory_order_relaxed);
+    for (int i = 0; i < CAccountDataStats::SLOT_COUNT; ++i)
+        stats.m_nFiled[i] = m_nFiled[i].load(std::memory_order_relaxed);
     stats.m_nNotifications = m_nNotifications.load(std::memory_order_relaxed);
     stats.m_nForwarded = m_nForwarded.load(std::memory_order_relaxed);
     stats.m_nCached = m_nCached.load(std::memory_order_relaxed);
@@ -1381,8 +1470,8 @@ bool CAccountData::checkIndexes(std::string* report) const {
         return it != records.end() && it->second == data;
     };
 
-    for (std::map<std::string, IDataPtr>::const_iterator it = m_ordersBySysId.begin(); it != m_ordersBySysId.end();
-         ++it) {
+    for (std::map<std::string, IDataPtr>::const_iterator it = m_ordersBySysId.begin();
+         it != m_ordersBySysId.end(); ++it) {
         const COrderDetail* order = recordAs<COrderDetail>(it->second);
         if (!order || order->m_strOrderSysID != it->first) {
             fail("S1 order-system-id entry '" + it->first + "' does not hold an order of that id");
@@ -1391,7 +1480,8 @@ bool CAccountData::checkIndexes(std::string* report) const {
         if (attached && !filedAs(orders, it->second) && m_removedOrderIds.count(it->first) == 0)
             fail("A4 order-system-id entry '" + it->first + "' holds an order that is not filed");
     }
-    for (std::map<std::string, IDataPtr>::const_iterator it = m_ordersByTag.begin(); it != m_ordersByTag.end(); ++it) {
+    for (std::map<std::string, IDataPtr>::const_iterator it = m_ordersByTag.begin();
+         it != m_ordersByTag.end(); ++it) {
         const COrderDetail* order = recordAs<COrderDetail>(it->second);
         if (it->first.empty() || !order || !order->m_tag || order->m_tag->getKey() != it->first) {
             fail("S2 tag entry '" + it->first + "' does not hold an order with that tag");
@@ -1400,19 +1490,21 @@ bool CAccountData::checkIndexes(std::string* report) const {
         if (attached && !filedAs(orders, it->second))
             fail("A5 tag entry '" + it->first + "' holds an order that is not filed");
     }
-    for (std::map<std::string, DataMap>::const_iterator group = m_dealsByOrder.begin(); group != m_dealsByOrder.end();
-         ++group) {
+    for (std::map<std::string, DataMap>::const_iterator group = m_dealsByOrder.begin();
+         group != m_dealsByOrder.end(); ++group) {
         for (DataMap::const_iterator it = group->second.begin(); it != group->second.end(); ++it) {
             const CDealDetail* deal = recordAs<CDealDetail>(it->second);
             if (group->first.empty() || !deal || deal->m_strOrderSysID != group->first ||
                 it->second->getKey() != it->first) {
-                fail("S3 deal entry '" + group->first + "'/'" + it->first + "' does not hold a deal of that order and key");
+                fail("S3 deal entry '" + group->first + "'/'" + it->first +
+                     "' does not hold a deal of that order and key");
                 continue;
             }
             if (attached && m_removedDealIds.count(group->first) == 0) {
                 DataMap::const_iterator filed = deals.find(it->first);
                 if (filed == deals.end() || filed->second != it->second)
-                    fail("A6 deal entry '" + group->first + "'/'" + it->first + "' holds a deal that is not filed");
+                    fail("A6 deal entry '" + group->first + "'/'" + it->first +
+                         "' holds a deal that is not filed");
             }
         }
     }
@@ -1422,7 +1514,8 @@ bool CAccountData::checkIndexes(std::string* report) const {
             if (!order) continue;
             if (!order->m_strOrderSysID.empty() && m_ordersBySysId.count(order->m_strOrderSysID) == 0 &&
                 m_removedDealIds.count(order->m_strOrderSysID) == 0)
-                fail("A1 order '" + it->first + "' of id '" + order->m_strOrderSysID + "' has no order-system-id entry");
+                fail("A1 order '" + it->first + "' of id '" + order->m_strOrderSysID +
+                     "' has no order-system-id entry");
             if (order->m_tag) {
                 const std::string tagKey = order->m_tag->getKey();
                 if (!tagKey.empty() && m_ordersByTag.count(tagKey) == 0)
@@ -1431,12 +1524,14 @@ bool CAccountData::checkIndexes(std::string* report) const {
         }
         for (DataMap::const_iterator it = deals.begin(); it != deals.end(); ++it) {
             const CDealDetail* deal = recordAs<CDealDetail>(it->second);
-            if (!deal || deal->m_strOrderSysID.empty() || m_removedOrderIds.count(deal->m_strOrderSysID) != 0) continue;
+            if (!deal || deal->m_strOrderSysID.empty() || m_removedOrderIds.count(deal->m_strOrderSysID) != 0)
+                continue;
             std::map<std::string, DataMap>::const_iterator group = m_dealsByOrder.find(deal->m_strOrderSysID);
             DataMap::const_iterator entry;
-            if (group == m_dealsByOrder.end() || (entry = group->second.find(it->first)) == group->second.end() ||
-                entry->second != it->second)
-                fail("A3 deal '" + it->first + "' of order '" + deal->m_strOrderSysID + "' is not in its group");
+            if (group == m_dealsByOrder.end() ||
+                (entry = group->second.find(it->first)) == group->second.end() || entry->second != it->second)
+                fail("A3 deal '" + it->first + "' of order '" + deal->m_strOrderSysID +
+                     "' is not in its group");
         }
     }
     if (report) *report = out.str();

@@ -22,18 +22,12 @@
 // Look-ups never throw: absent means an empty pointer, "", 0 or the stated default.
 #pragma once
 
-#include "base/ICalculator.h"
-#include "base/IDataCenter.h"
-#include "base/data/CSingleMarginSum.h"
-#include "records/Records.h"
-
+#include <atomic>
 #include <boost/enable_shared_from_this.hpp>
 #include <boost/shared_ptr.hpp>
 #include <boost/system/error_code.hpp>
 #include <boost/thread/recursive_mutex.hpp>
 #include <boost/weak_ptr.hpp>
-
-#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -41,6 +35,11 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "base/ICalculator.h"
+#include "base/IDataCenter.h"
+#include "base/data/CSingleMarginSum.h"
+#include "records/Records.h"
 
 namespace ttservice {
 
@@ -72,8 +71,8 @@ struct CAccountDataStats {
 
 class CAccountData : public boost::enable_shared_from_this<CAccountData> {
 public:
-    typedef std::map<std::string, IDataPtr> DataMap;   // key -> record
-    typedef std::map<int, DataMap> KindDataMap;        // kind -> key -> record
+    typedef std::map<std::string, IDataPtr> DataMap;  // key -> record
+    typedef std::map<int, DataMap> KindDataMap;       // kind -> key -> record
 
     // Kinds the store knows by number.
     enum : int {
@@ -205,15 +204,18 @@ public:
     // ---- positions, fees, instruments -------------------------------------------------------------
     // The first position (545) / statistics record (547), in key order, of that exchange and
     // instrument, or an empty pointer.
-    CPositionDetailPtr getPositionDetail(const std::string& exchangeId, const std::string& instrumentId) const;
-    CPositionStaticsPtr getPositionStatic(const std::string& exchangeId, const std::string& instrumentId) const;
+    CPositionDetailPtr getPositionDetail(const std::string& exchangeId,
+                                         const std::string& instrumentId) const;
+    CPositionStaticsPtr getPositionStatic(const std::string& exchangeId,
+                                          const std::string& instrumentId) const;
     // The account's fee record (CInstrumentFee) of an instrument: the one filed under
     // "<account key>_<exchange><instrument>", else the first filed fee record whose instrument
     // matches; an empty pointer when there is none.
     CInstrumentFeePtr getInstrumentFee(const std::string& exchangeId, const std::string& instrumentId) const;
     // The instrument of the account's fee record, else an instrument record (9020) filed in this
     // store, else the data center's instrument; an empty pointer when none has it.
-    CInstrumentDetailPtr getInstrumentDetail(const std::string& exchangeId, const std::string& instrumentId) const;
+    CInstrumentDetailPtr getInstrumentDetail(const std::string& exchangeId,
+                                             const std::string& instrumentId) const;
     // Gold storage (7227) of a variety code: the filed record's total storage, 0 when absent.
     double getGoldStorage(const std::string& code) const;
 
@@ -249,8 +251,9 @@ public:
     // Calculator queries; 0 (or an untouched structure) when no calculator is installed.
     double getCanOrderVolume(const std::string& exchangeId, const std::string& instrumentId, int direction,
                              int offset, double price);
-    CStructVolumePtr getCanOrderVolumeWithReason(const std::string& exchangeId, const std::string& instrumentId,
-                                                 int direction, int offset, double price);
+    CStructVolumePtr getCanOrderVolumeWithReason(const std::string& exchangeId,
+                                                 const std::string& instrumentId, int direction, int offset,
+                                                 double price);
     double getSingleOpVolume(const std::string& exchangeId, const std::string& instrumentId, int direction,
                              int offset, double price, double amount);
     // Untraded volume of the instrument's open orders by side (see the source for the rule).
@@ -318,12 +321,15 @@ private:
     // subscribed it. Called with the store mutex released.
     bool subscribeQuote(const std::string& exchangeId, const std::string& instrumentId);
     static void onQuote(const boost::weak_ptr<CAccountData>& store, const CPriceDataPtr& quote);
-    void notePrice(const std::string& exchangeId, const std::string& instrumentId, const CPriceDataPtr& quote);
+    void notePrice(const std::string& exchangeId, const std::string& instrumentId,
+                   const CPriceDataPtr& quote);
     // Whether a position's instrument is quoted (volume at least 1, or yesterday volume above 0 on
     // an account of type 2, 3, 7, 10 or 11). Store mutex held.
     bool positionWantsQuoteLocked(const CPositionDetail& position) const;
     // Exchange and instrument of a price-dependent record; false for any other record.
     static bool instrumentOf(const IData& data, std::string& exchangeId, std::string& instrumentId);
+    // Wraps a keyed subscription's request so that its release lowers m_keyedSubs.
+    SubRequestPtr trackKeyed(const SubRequestPtr& request);
     void countNotifications(size_t n) { m_nNotifications.fetch_add(n, std::memory_order_relaxed); }
 
     // ---- state below is protected by m_mutex ----
@@ -356,8 +362,10 @@ private:
     // Quote subscription handles by exchange, then instrument; an empty handle marks a subscription
     // being made. Kept across clear(): a handle is released only with the store.
     std::map<std::string, std::map<std::string, boost::shared_ptr<void> > > m_quoteSubs;
-    uint64_t m_nSeq;  // sequence of notifying updates, for snapshot subscriptions
+    uint64_t m_nSeq;          // sequence of notifying updates, for snapshot subscriptions
     uint64_t m_nDataVersion;  // bumped by every change of the records by kind
+    // Live subscriptions to one record key (at least); shared with their requests. Atomic.
+    boost::shared_ptr<std::atomic<size_t> > m_keyedSubs;
     // Deliberate leftovers of the crossing removals, known to checkIndexes; emptied by a rebuild.
     std::set<std::string> m_removedOrderIds;  // removeOrder: deal groups gone, deal records kept
     std::set<std::string> m_removedDealIds;   // reomveDeals: id entries gone, order records kept

@@ -7,9 +7,13 @@ namespace ttservice {
 
 namespace {
 
-bool validPrice(double p) { return std::isfinite(p) && std::fabs(p) > 1e-5 && p != TT_INVALID_DOUBLE; }
+bool validPrice(double p) {
+    return std::isfinite(p) && std::fabs(p) > 1e-5 && p != TT_INVALID_DOUBLE;
+}
 
-double roundToCent(double v) { return std::round(v * 100.0) / 100.0; }
+double roundToCent(double v) {
+    return std::round(v * 100.0) / 100.0;
+}
 
 }  // namespace
 
@@ -31,8 +35,8 @@ double CInstrumentFeeHelper::calcCommission(const CInstrumentFeePtr& fee, const 
 
     if (const CStkExchangePtr& stk = fee->m_stkExchange) {
         const bool buys = order.m_nDirection == '0';
-        const double brokerage =
-            std::max(amount * (buys ? stk->m_dBuyCommissionRate : stk->m_dSellCommissionRate), stk->m_dMinCommission);
+        const double brokerage = std::max(
+            amount * (buys ? stk->m_dBuyCommissionRate : stk->m_dSellCommissionRate), stk->m_dMinCommission);
         double total = brokerage + amount * stk->m_dTransferFeeRate + amount * stk->m_dTradeFeeRate;
         if (!buys) total += amount * stk->m_dStampTaxRate;
         return roundToCent(total);

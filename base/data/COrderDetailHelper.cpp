@@ -6,22 +6,33 @@ namespace {
 
 const double kEpsilon = 1e-5;
 
-bool endsOrder(int status) { return status == '5' || status == '6' || status == '8' || status == '9'; }
+bool endsOrder(int status) {
+    return status == '5' || status == '6' || status == '8' || status == '9';
+}
 
 }  // namespace
 
-bool COrderDetailHelper::isStkComplete(EEntrustStatus status) { return endsOrder(status); }
-bool COrderDetailHelper::isHGTComplete(EEntrustStatus status) { return endsOrder(status); }
-bool COrderDetailHelper::isSgtComplete(EEntrustStatus status) { return endsOrder(status); }
+bool COrderDetailHelper::isStkComplete(EEntrustStatus status) {
+    return endsOrder(status);
+}
+bool COrderDetailHelper::isHGTComplete(EEntrustStatus status) {
+    return endsOrder(status);
+}
+bool COrderDetailHelper::isSgtComplete(EEntrustStatus status) {
+    return endsOrder(status);
+}
 
 bool COrderDetailHelper::isStkComplete(const std::string& status) {
-    return !status.empty() && isStkComplete(static_cast<EEntrustStatus>(static_cast<unsigned char>(status[0])));
+    return !status.empty() &&
+           isStkComplete(static_cast<EEntrustStatus>(static_cast<unsigned char>(status[0])));
 }
 bool COrderDetailHelper::isHGTComplete(const std::string& status) {
-    return !status.empty() && isHGTComplete(static_cast<EEntrustStatus>(static_cast<unsigned char>(status[0])));
+    return !status.empty() &&
+           isHGTComplete(static_cast<EEntrustStatus>(static_cast<unsigned char>(status[0])));
 }
 bool COrderDetailHelper::isSgtComplete(const std::string& status) {
-    return !status.empty() && isSgtComplete(static_cast<EEntrustStatus>(static_cast<unsigned char>(status[0])));
+    return !status.empty() &&
+           isSgtComplete(static_cast<EEntrustStatus>(static_cast<unsigned char>(status[0])));
 }
 
 bool COrderDetailHelper::isStatusOnlyAccountType(int accountType) {
@@ -38,7 +49,9 @@ bool COrderDetailHelper::completed(const COrderDetail& order) {
     return status == '9';
 }
 
-bool COrderDetailHelper::completed(const COrderInfo& order) { return order.m_dEndTime > kEpsilon; }
+bool COrderDetailHelper::completed(const COrderInfo& order) {
+    return order.m_dEndTime > kEpsilon;
+}
 
 bool COrderDetailHelper::isOpen(const COrderDetailPtr& order) {
     return order && order->m_nOffsetFlag == '0';

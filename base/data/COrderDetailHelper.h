@@ -9,9 +9,9 @@
 // market may diverge without touching the others.
 #pragma once
 
-#include "records/Records.h"
-
 #include <string>
+
+#include "records/Records.h"
 
 namespace ttservice {
 

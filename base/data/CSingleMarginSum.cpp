@@ -1,8 +1,8 @@
 #include "base/data/CSingleMarginSum.h"
 
-#include "base/data/COrderDetailHelper.h"
-
 #include <cmath>
+
+#include "base/data/COrderDetailHelper.h"
 
 namespace ttservice {
 
@@ -23,13 +23,16 @@ void CSingleMarginSum::updateOrder(const COrderDetailPtr& order) {
 
 void CSingleMarginSum::updateOrder(const std::string& orderKey, const COrderDetail& order) {
     int64_t units = 0;
-    if (order.m_nOffsetFlag == '0' && !COrderDetailHelper::completed(order)) units = toUnits(order.m_dFrozenMargin);
-    const std::string& product = order.m_strProductID.empty() ? order.m_strInstrumentID : order.m_strProductID;
+    if (order.m_nOffsetFlag == '0' && !COrderDetailHelper::completed(order))
+        units = toUnits(order.m_dFrozenMargin);
+    const std::string& product =
+        order.m_strProductID.empty() ? order.m_strInstrumentID : order.m_strProductID;
     const bool isLong = order.m_nDirection == '0';
 
     std::unordered_map<std::string, Contribution>::iterator it = m_byOrder.find(orderKey);
     if (it != m_byOrder.end()) {
-        if (units != 0 && it->second.units == units && it->second.isLong == isLong && it->second.product == product)
+        if (units != 0 && it->second.units == units && it->second.isLong == isLong &&
+            it->second.product == product)
             return;  // unchanged
         withdraw(it->second);
         if (units == 0) {

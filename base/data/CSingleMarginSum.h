@@ -16,12 +16,12 @@
 // Thread safety: none of its own. The account store calls it under its store mutex.
 #pragma once
 
-#include "records/Records.h"
-
 #include <cstdint>
 #include <map>
-#include <unordered_map>
 #include <string>
+#include <unordered_map>
+
+#include "records/Records.h"
 
 namespace ttservice {
 

@@ -13,7 +13,9 @@ int64_t toUnits(double money) {
     return static_cast<int64_t>(std::llround(money * kUnitsPerYuan));
 }
 
-bool validAmount(double v) { return std::isfinite(v) && std::fabs(v) > 1e-5 && v != TT_INVALID_DOUBLE; }
+bool validAmount(double v) {
+    return std::isfinite(v) && std::fabs(v) > 1e-5 && v != TT_INVALID_DOUBLE;
+}
 
 }  // namespace
 
@@ -45,8 +47,8 @@ void CostData::close(const SideKey& key, int64_t volume) {
 }
 
 void CostData::addPosition(const CPositionDetail& position) {
-    const double cost = validAmount(position.m_dOpenCost) ? position.m_dOpenCost
-                                                          : position.m_dOpenPrice * position.m_nVolume;
+    const double cost =
+        validAmount(position.m_dOpenCost) ? position.m_dOpenCost : position.m_dOpenPrice * position.m_nVolume;
     add(SideKey(position.m_strExchangeID + position.m_strInstrumentID, position.m_nDirection == '0'),
         position.m_nVolume, cost);
 }

@@ -16,13 +16,12 @@
 // Thread safety: every member may be called from any thread (an internal mutex guards the ledger).
 #pragma once
 
-#include "records/Records.h"
-
 #include <boost/thread/mutex.hpp>
-
 #include <cstdint>
 #include <map>
 #include <string>
+
+#include "records/Records.h"
 
 namespace ttservice {
 

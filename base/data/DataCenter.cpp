@@ -2,6 +2,7 @@
 
 #include "base/TraderCenter.h"
 #include "base/data/CAccountData.h"
+#include "base/data/DataHelper.h"
 #include "category/CppCategory.h"
 #include "utils/LogCenter.h"
 #include "utils/StringUtils.h"
@@ -32,11 +33,6 @@ const int kStockOptionAccountType = 6;
 bool startsWith(const std::string& s, const char* prefix) {
     const size_t n = std::strlen(prefix);
     return s.size() >= n && s.compare(0, n, prefix) == 0;
-}
-
-// The broker-level account that sub-accounts split.
-bool isSuperAccount(const CAccountInfoPtr& account) {
-    return account && account->m_strSubAccount == CAccountInfo::SUPER_ACCOUNT_TAG;
 }
 
 // The key of a default-constructed account: records addressed to it belong to the global store.
@@ -827,7 +823,7 @@ void DataCenter::setAccountForeignInstruemntFee(const std::map<CAccountInfoPtr, 
 void DataCenter::testMergeStockInstrumentFee(const CAccountInfoPtr& account, const CInstrumentFeePtr& fee) {
     if (!account || !fee) return;
     const std::string own = account->getKey();
-    if (isSuperAccount(account)) {
+    if (DataHelper::isSuperAccount(account)) {
         if (account->m_nAccountType == kStockOptionAccountType)
             loadCustomFeeRate_StockOption(account, fee);
         else
@@ -842,7 +838,7 @@ void DataCenter::testMergeStockInstrumentFee(const CAccountInfoPtr& account, con
 void DataCenter::testMergeFutureInstrumentFee(const CAccountInfoPtr& account, const CInstrumentFeePtr& fee) {
     if (!account || !fee) return;
     const std::string own = account->getKey();
-    if (!isSuperAccount(account)) {
+    if (!DataHelper::isSuperAccount(account)) {
         const std::string parent = genParentAccountKey(*account);
         if (parent != own) testMergeAccountFutureInstrumentFee(parent, fee);
     }
@@ -852,7 +848,7 @@ void DataCenter::testMergeFutureInstrumentFee(const CAccountInfoPtr& account, co
 void DataCenter::testMergeHGTInstrumentFee(const CAccountInfoPtr& account, const CInstrumentFeePtr& fee) {
     if (!account || !fee) return;
     const std::string own = account->getKey();
-    if (!isSuperAccount(account)) {
+    if (!DataHelper::isSuperAccount(account)) {
         const std::string parent = genParentAccountKey(*account);
         if (parent != own) testMergeAccountHGTInstrumentFee(parent, fee);
     }
@@ -862,7 +858,7 @@ void DataCenter::testMergeHGTInstrumentFee(const CAccountInfoPtr& account, const
 void DataCenter::testMergeSgtInstrumentFee(const CAccountInfoPtr& account, const CInstrumentFeePtr& fee) {
     if (!account || !fee) return;
     const std::string own = account->getKey();
-    if (!isSuperAccount(account)) {
+    if (!DataHelper::isSuperAccount(account)) {
         const std::string parent = genParentAccountKey(*account);
         if (parent != own) testMergeAccountSgtInstrumentFee(parent, fee);
     }

@@ -17,7 +17,9 @@ protected:
         store->setInitialized(true);
         return store;
     }
-    std::vector<test::RecordingCalculator::PriceCall> priceCalls() const { return m_calculator->priceCalls(); }
+    std::vector<test::RecordingCalculator::PriceCall> priceCalls() const {
+        return m_calculator->priceCalls();
+    }
 };
 
 // ---- push cache ----------------------------------------------------------------------------------
@@ -142,12 +144,15 @@ TEST_F(AccountDataCacheTest, CommissionOfOpenOrdersIsRecomputedOnCommissionAccou
         double openOrder;  // expected commission of the open order
     } cases[] = {{1001, 35.0}, {1002, 35.0}, {1, 1.5}};
     for (const Case& c : cases) {
-        const CAccountInfoPtr info = test::makeAccountInfo("c" + std::to_string(c.accountType), c.accountType);
+        const CAccountInfoPtr info =
+            test::makeAccountInfo("c" + std::to_string(c.accountType), c.accountType);
         CAccountDataPtr store = makeStore(1000, true, info);
-        CInstrumentFeePtr fee = test::makeInstrumentFee(info, test::makeInstrument("SHFE", "rb2501", "rb", 10));
+        CInstrumentFeePtr fee =
+            test::makeInstrumentFee(info, test::makeInstrument("SHFE", "rb2501", "rb", 10));
         fee->m_dOpenRatioByMoney = 0.0001;
         store->updateData(fee, false);
-        COrderDetailPtr open = OrderBuilder().account(info).sysId("1").price(3500).volume(10).commission(1.5).build();
+        COrderDetailPtr open =
+            OrderBuilder().account(info).sysId("1").price(3500).volume(10).commission(1.5).build();
         COrderDetailPtr done =
             OrderBuilder().account(info).sysId("2").status('8').traded(10).commission(7.7).build();
         COrderDetailPtr noFee =
@@ -201,13 +206,17 @@ TEST_F(AccountDataCacheTest, YesterdayOnlyPositionsAreQuotedOnStockLikeAccounts)
     const struct {
         int accountType;
         bool quoted;
-    } cases[] = {{1, false}, {2, true}, {3, true}, {5, false}, {7, true}, {10, true}, {11, true}, {1001, false}};
+    } cases[] = {{1, false}, {2, true},  {3, true},  {5, false},
+                 {7, true},  {10, true}, {11, true}, {1001, false}};
     for (const auto& c : cases) {
-        const CAccountInfoPtr info = test::makeAccountInfo("y" + std::to_string(c.accountType), c.accountType);
+        const CAccountInfoPtr info =
+            test::makeAccountInfo("y" + std::to_string(c.accountType), c.accountType);
         CAccountDataPtr store = makeStore(1000, true, info);
         const std::string instrument = "i" + std::to_string(c.accountType);
-        store->updateData(PositionBuilder().instrument(instrument).volume(0).yesterdayVolume(5).build(), false);
-        store->updateData(PositionBuilder().instrument(instrument + "z").volume(0).yesterdayVolume(0).build(), false);
+        store->updateData(PositionBuilder().instrument(instrument).volume(0).yesterdayVolume(5).build(),
+                          false);
+        store->updateData(PositionBuilder().instrument(instrument + "z").volume(0).yesterdayVolume(0).build(),
+                          false);
         store->setInitialized(true);
         EXPECT_EQ(c.quoted ? 1u : 0u, m_board->subscriberCount("SHFE", instrument)) << c.accountType;
         EXPECT_EQ(0u, m_board->subscriberCount("SHFE", instrument + "z")) << c.accountType;

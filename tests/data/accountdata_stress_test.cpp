@@ -7,13 +7,13 @@
 // record again (higher versions) while the third thread keeps reading, subscribing and caching.
 // At the end every record's final version is filed exactly once, indexed, seen by the snapshot
 // subscriber in rising order and delivered to the data center.
-#include "testing/StoreTestFixture.h"
-
 #include <atomic>
 #include <map>
 #include <mutex>
 #include <set>
 #include <thread>
+
+#include "testing/StoreTestFixture.h"
 
 namespace ttservice {
 namespace {
@@ -29,8 +29,12 @@ const int kPhase2Rounds = 3;
 
 class AccountDataStressTest : public test::StoreTestFixture {};
 
-std::string orderId(char thread, int i) { return std::string(1, thread) + "-o-" + std::to_string(i); }
-std::string tradeId(char thread, int i) { return std::string(1, thread) + "-d-" + std::to_string(i); }
+std::string orderId(char thread, int i) {
+    return std::string(1, thread) + "-o-" + std::to_string(i);
+}
+std::string tradeId(char thread, int i) {
+    return std::string(1, thread) + "-d-" + std::to_string(i);
+}
 
 void pushRound(const CAccountDataPtr& store, char thread, int version, const CAccountInfoPtr& info) {
     for (int i = 0; i < kOrders; ++i) {
@@ -42,9 +46,13 @@ void pushRound(const CAccountDataPtr& store, char thread, int version, const CAc
                               .traded(version)
                               .build(),
                           false);
-        store->updateData(
-            DealBuilder().account(info).tradeId(tradeId(thread, i)).orderSysId(orderId(thread, i)).volume(version).build(),
-            false);
+        store->updateData(DealBuilder()
+                              .account(info)
+                              .tradeId(tradeId(thread, i))
+                              .orderSysId(orderId(thread, i))
+                              .volume(version)
+                              .build(),
+                          false);
         if (i < kPositions)
             store->updateData(PositionBuilder()
                                   .account(info)
@@ -92,10 +100,13 @@ TEST_F(AccountDataStressTest, TwoPushersAndAReaderLeaveEveryRecordFiledOnceWithA
         store->clear();
         store->setInitialized(true);
         m_dataCenter->clearReceived();
-        snapshotSub = store->subscribe(542, "", [&](const IDataPtr& d) {
-            std::lock_guard<std::mutex> lock(seenMutex);
-            seen[d->getKey()].push_back(boost::static_pointer_cast<COrderDetail>(d)->m_nVolumeTraded);
-        }, true);
+        snapshotSub = store->subscribe(
+            542, "",
+            [&](const IDataPtr& d) {
+                std::lock_guard<std::mutex> lock(seenMutex);
+                seen[d->getKey()].push_back(boost::static_pointer_cast<COrderDetail>(d)->m_nVolumeTraded);
+            },
+            true);
         phase2Go = true;
         while (phase1Done.load() < 4) {
             ++loop;
@@ -137,7 +148,8 @@ TEST_F(AccountDataStressTest, TwoPushersAndAReaderLeaveEveryRecordFiledOnceWithA
     std::set<std::pair<std::string, int> > delivered;
     for (const auto& r : m_dataCenter->received())
         if (r.data && r.data->getKind() == 542)
-            delivered.insert({r.data->getKey(), boost::static_pointer_cast<COrderDetail>(r.data)->m_nVolumeTraded});
+            delivered.insert(
+                {r.data->getKey(), boost::static_pointer_cast<COrderDetail>(r.data)->m_nVolumeTraded});
     for (const auto& batch : m_dataCenter->batches())
         for (const IDataPtr& d : batch.datas)
             if (d && d->getKind() == 542)

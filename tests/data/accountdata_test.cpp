@@ -1,15 +1,14 @@
 // The account store: filing by kind and key, indexes, subscriptions, forwarding to the data center,
 // look-ups, tradable volume and bad input. The push cache, initialisation and the price refresh are
 // in accountdata_cache_test.cpp; concurrency in accountdata_stress_test.cpp.
-#include "testing/LogCapture.h"
-#include "testing/StoreTestFixture.h"
-
 #include <boost/make_shared.hpp>
-
 #include <chrono>
 #include <future>
 #include <map>
 #include <thread>
+
+#include "testing/LogCapture.h"
+#include "testing/StoreTestFixture.h"
 
 namespace ttservice {
 namespace {
@@ -104,11 +103,20 @@ TEST_F(AccountDataTest, ReplacementReindexesAndNotifiesEachSubscriberOnce) {
     EXPECT_EQ(second, byKind.seen[1]);
     expectIndexesAgree(store, "after replacement");
 
-    // Releasing the request ends the subscription.
+    // Releasing the request ends that subscription only.
+    Counter byKeyToo;
+    SubRequestPtr s4 = store->subscribe(542, "SHFE_1", byKeyToo.callback());
     s1.reset();
     store->updateData(OrderBuilder().sysId("1").build(), false);
     EXPECT_EQ(2, byKey.calls["SHFE_1"]);
+    EXPECT_EQ(1, byKeyToo.calls["SHFE_1"]);
     EXPECT_EQ(3, byKind.calls["SHFE_1"]);
+    s4.reset();
+    store->updateData(OrderBuilder().sysId("1").build(), false);
+    EXPECT_EQ(1, byKeyToo.calls["SHFE_1"]);
+    SubRequestPtr s5 = store->subscribe(542, "SHFE_1", byKeyToo.callback(), true);  // snapshot, then updates
+    store->updateData(OrderBuilder().sysId("1").build(), false);
+    EXPECT_EQ(3, byKeyToo.calls["SHFE_1"]);
 }
 
 TEST_F(AccountDataTest, EmptyKeyNotifiesTheWholeKindOnce) {
@@ -130,7 +138,8 @@ TEST_F(AccountDataTest, SubscribersRunWithoutTheStoreLock) {
             CAccountData::Lock lock(store);
             locked.set_value();
         });
-        otherThreadGotLock = locked.get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+        otherThreadGotLock =
+            locked.get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready;
         t.join();
     });
     store->updateData(OrderBuilder().build(), false);
@@ -340,11 +349,14 @@ TEST_F(AccountDataTest, SnapshotSubscriptionDeliversCurrentRecordsThenUpdates) {
 
     Counter whole, one, plain;
     std::vector<std::string> order;
-    SubRequestPtr s1 = store->subscribe(542, "", [&](const IDataPtr& d) {
-        order.push_back(d->getKey());
-        // An update made from inside the snapshot delivery arrives after the whole snapshot, once.
-        if (order.size() == 1) store->updateData(OrderBuilder().sysId("3").build(), false);
-    }, true);
+    SubRequestPtr s1 = store->subscribe(
+        542, "",
+        [&](const IDataPtr& d) {
+            order.push_back(d->getKey());
+            // An update made from inside the snapshot delivery arrives after the whole snapshot, once.
+            if (order.size() == 1) store->updateData(OrderBuilder().sysId("3").build(), false);
+        },
+        true);
     SubRequestPtr s2 = store->subscribe(542, "SHFE_2", one.callback(), true);
     SubRequestPtr s3 = store->subscribe(542, "", plain.callback(), false);  // the published behaviour
     ASSERT_EQ(3u, order.size());
@@ -371,18 +383,22 @@ TEST_F(AccountDataTest, SnapshotSubscriptionRacingUpdatesLosesAndDoublesNothing)
         std::thread pusher([&] {
             for (int v = 1; v <= kVersions; ++v) {
                 for (int k = 0; k < kKeys; ++k)
-                    store->updateData(OrderBuilder().sysId(std::to_string(k)).volume(kVersions + 1).traded(v).build(),
-                                      false);
+                    store->updateData(
+                        OrderBuilder().sysId(std::to_string(k)).volume(kVersions + 1).traded(v).build(),
+                        false);
                 if (v == 20) started = true;
             }
         });
         while (!started) std::this_thread::yield();
         std::map<std::string, std::vector<int> > seen;  // called on the pusher and this thread, never at once
         std::mutex seenMutex;
-        SubRequestPtr s = store->subscribe(542, "", [&](const IDataPtr& d) {
-            std::lock_guard<std::mutex> lock(seenMutex);
-            seen[d->getKey()].push_back(boost::static_pointer_cast<COrderDetail>(d)->m_nVolumeTraded);
-        }, true);
+        SubRequestPtr s = store->subscribe(
+            542, "",
+            [&](const IDataPtr& d) {
+                std::lock_guard<std::mutex> lock(seenMutex);
+                seen[d->getKey()].push_back(boost::static_pointer_cast<COrderDetail>(d)->m_nVolumeTraded);
+            },
+            true);
         pusher.join();
         std::lock_guard<std::mutex> lock(seenMutex);
         ASSERT_EQ(static_cast<size_t>(kKeys), seen.size()) << "round " << round;
@@ -438,8 +454,9 @@ TEST_F(AccountDataTest, SetDataFilesWithoutAnyFurtherStep) {
     EXPECT_EQ(0, subscriber.total());
     EXPECT_EQ(0u, m_dataCenter->receivedCount());
     EXPECT_EQ(detail, store->getAccountDetail());
-    EXPECT_EQ(1u, log.count("880001 status 0 : m_dBalance: 1234.5, m_dPreBalance: 1234.5, m_dAvailable: 1000, "
-                            "m_dAssureAsset: 0, m_dEntrustAsset: 0"));
+    EXPECT_EQ(1u,
+              log.count("880001 status 0 : m_dBalance: 1234.5, m_dPreBalance: 1234.5, m_dAvailable: 1000, "
+                        "m_dAssureAsset: 0, m_dEntrustAsset: 0"));
     expectIndexesAgree(store, "after setData");  // known: setData does not index
 }
 
@@ -511,20 +528,33 @@ TEST_F(AccountDataTest, UndealtVolumeRules) {
     } cases[] = {
         {"no orders", {}, 0, 0},
         {"cancelled, nothing traded", {OrderBuilder().account(futures).status('6').volume(10).build()}, 0, 0},
-        {"cancelled after 3 of 10", {OrderBuilder().account(futures).status('5').volume(10).traded(3).build()}, 7, 0},
+        {"cancelled after 3 of 10",
+         {OrderBuilder().account(futures).status('5').volume(10).traded(3).build()},
+         7,
+         0},
         {"open buy and sell",
          {OrderBuilder().account(futures).sysId("1").volume(10).traded(2).build(),
           OrderBuilder().account(futures).sysId("2").direction('1').volume(4).build()},
-         8, 4},
+         8,
+         4},
         {"any direction but '0' sells",
          {OrderBuilder().account(futures).sysId("1").direction('x').volume(6).build(),
           OrderBuilder().account(futures).sysId("2").direction(0).volume(1).build()},
-         0, 7},
-        {"other instrument ignored", {OrderBuilder().account(futures).instrument("rb2505").volume(10).build()}, 0, 0},
-        {"stock account: status alone decides", {OrderBuilder().account(stock).status('7').volume(10).traded(4).build()},
-         6, 0},
+         0,
+         7},
+        {"other instrument ignored",
+         {OrderBuilder().account(futures).instrument("rb2505").volume(10).build()},
+         0,
+         0},
+        {"stock account: status alone decides",
+         {OrderBuilder().account(stock).status('7').volume(10).traded(4).build()},
+         6,
+         0},
         {"junk on a stock account", {OrderBuilder().account(stock).status('9').volume(10).build()}, 0, 0},
-        {"traded more than ordered counts nothing", {OrderBuilder().account(futures).volume(5).traded(8).build()}, 0, 0},
+        {"traded more than ordered counts nothing",
+         {OrderBuilder().account(futures).volume(5).traded(8).build()},
+         0,
+         0},
     };
     for (const Case& c : cases) {
         CAccountDataPtr store = makeStore();
@@ -583,7 +613,8 @@ TEST_F(AccountDataTest, PositionFeeInstrumentAndTableLookUps) {
 
     CInstrumentDetailPtr rb = test::makeInstrument("SHFE", "rb2501", "rb", 10);
     CInstrumentFeePtr own = test::makeInstrumentFee(m_info, rb);
-    CInstrumentFeePtr parentsFee = test::makeInstrumentFee(test::makeAccountInfo("parent"), test::makeInstrument("DCE", "m2505"));
+    CInstrumentFeePtr parentsFee =
+        test::makeInstrumentFee(test::makeAccountInfo("parent"), test::makeInstrument("DCE", "m2505"));
     store->updateData(own, false);
     store->updateData(parentsFee, false);
     EXPECT_EQ(own, store->getInstrumentFee("SHFE", "rb2501"));
@@ -648,11 +679,11 @@ TEST_F(AccountDataTest, CountersOfFilingNotificationAndForwarding) {
     store->setInitialized(true);
     SubRequestPtr s1 = store->subscribe(542, "", [](const IDataPtr&) {});
     SubRequestPtr s2 = store->subscribe(542, "SHFE_1", [](const IDataPtr&) {});
-    store->updateData(OrderBuilder().sysId("1").build(), false);        // 2 notifications
-    store->updateData(OrderBuilder().sysId("2").build(), false);        // 1
-    store->updateData(DealBuilder().build(), false);                    // 0
-    store->updateData(boost::make_shared<CPortfolio>(), false);         // "other" kind
-    store->updateData(PositionBuilder().build(), true);                 // cached
+    store->updateData(OrderBuilder().sysId("1").build(), false);  // 2 notifications
+    store->updateData(OrderBuilder().sysId("2").build(), false);  // 1
+    store->updateData(DealBuilder().build(), false);              // 0
+    store->updateData(boost::make_shared<CPortfolio>(), false);   // "other" kind
+    store->updateData(PositionBuilder().build(), true);           // cached
     store->flushDatas();
     const CAccountDataStats stats = store->getStatistics();
     EXPECT_EQ(2u, stats.filed(542));
@@ -671,10 +702,12 @@ TEST_F(AccountDataTest, CountersOfFilingNotificationAndForwarding) {
 TEST_F(AccountDataTest, MarginSumsFollowTheOrdersOfTheStore) {
     CAccountDataPtr store = makeStore();
     store->updateData(OrderBuilder().account(m_info).sysId("1").frozenMargin(1500).build(), false);
-    store->updateData(OrderBuilder().account(m_info).sysId("2").direction('1').frozenMargin(700).build(), false);
+    store->updateData(OrderBuilder().account(m_info).sysId("2").direction('1').frozenMargin(700).build(),
+                      false);
     EXPECT_EQ(1500.0, store->getProductLongMargin("rb"));
     EXPECT_EQ(700.0, store->getProductShortMargin("rb"));
-    store->updateData(OrderBuilder().account(m_info).sysId("1").frozenMargin(1500).status('6').build(), false);
+    store->updateData(OrderBuilder().account(m_info).sysId("1").frozenMargin(1500).status('6').build(),
+                      false);
     store->removeOrder("2");
     EXPECT_EQ(0.0, store->getProductLongMargin("rb"));
     EXPECT_EQ(0.0, store->getProductShortMargin("rb"));

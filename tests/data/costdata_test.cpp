@@ -1,8 +1,9 @@
 // The position cost ledger: seeded from positions, moved by deals.
 #include "base/data/CostData.h"
-#include "testing/RecordBuilders.h"
 
 #include <gtest/gtest.h>
+
+#include "testing/RecordBuilders.h"
 
 namespace ttservice {
 namespace {
@@ -11,7 +12,8 @@ TEST(CostDataTest, OpeningAddsClosingLeavesAtAverageCost) {
     CostData ledger("20250102");
     EXPECT_EQ("20250102", ledger.getTradeDate());
     ledger.addPosition(*test::PositionBuilder().volume(10).openCost(35000).build());
-    ledger.addPosition(*test::PositionBuilder().direction('1').volume(4).openPrice(3400).build());  // no cost given
+    ledger.addPosition(
+        *test::PositionBuilder().direction('1').volume(4).openPrice(3400).build());  // no cost given
     EXPECT_EQ(10, ledger.getVolume("SHFErb2501", '0'));
     EXPECT_DOUBLE_EQ(3500.0, ledger.getAverageCost("SHFErb2501", '0'));
     EXPECT_DOUBLE_EQ(13600.0, ledger.getCost("SHFErb2501", '1'));
@@ -22,7 +24,8 @@ TEST(CostDataTest, OpeningAddsClosingLeavesAtAverageCost) {
     EXPECT_DOUBLE_EQ(3550.5, ledger.getAverageCost("SHFErb2501", '0'));
 
     // Selling close of 5 leaves at the average cost; the short side is untouched.
-    ledger.addDeal(*test::DealBuilder().tradeId("2").direction('1').offset('1').volume(5).price(4000).build());
+    ledger.addDeal(
+        *test::DealBuilder().tradeId("2").direction('1').offset('1').volume(5).price(4000).build());
     EXPECT_EQ(15, ledger.getVolume("SHFErb2501", '0'));
     EXPECT_DOUBLE_EQ(53257.5, ledger.getCost("SHFErb2501", '0'));
     EXPECT_DOUBLE_EQ(3550.5, ledger.getAverageCost("SHFErb2501", '0'));

@@ -1,8 +1,9 @@
 // Frozen margin of open orders per product and side.
 #include "base/data/CSingleMarginSum.h"
-#include "testing/RecordBuilders.h"
 
 #include <gtest/gtest.h>
+
+#include "testing/RecordBuilders.h"
 
 namespace ttservice {
 namespace {
@@ -20,14 +21,17 @@ TEST(CSingleMarginSumTest, EachOrderCountsOnceWithItsLatestState) {
     EXPECT_DOUBLE_EQ(2300.0, sum.getProductSingleSide("rb"));
 
     // A later push of order 1 replaces its contribution; a traded-out order withdraws it.
-    sum.updateOrder(OrderBuilder().account(account).sysId("1").direction('0').frozenMargin(500).traded(5).build());
-    sum.updateOrder(OrderBuilder().account(account).sysId("2").direction('1').frozenMargin(2000).status('8').build());
+    sum.updateOrder(
+        OrderBuilder().account(account).sysId("1").direction('0').frozenMargin(500).traded(5).build());
+    sum.updateOrder(
+        OrderBuilder().account(account).sysId("2").direction('1').frozenMargin(2000).status('8').build());
     EXPECT_DOUBLE_EQ(500.0, sum.getProductLong("rb"));
     EXPECT_DOUBLE_EQ(300.0, sum.getProductShort("rb"));
 
     // Closing orders freeze no margin; an order without a product counts under its instrument.
     sum.updateOrder(OrderBuilder().account(account).sysId("4").offset('1').frozenMargin(999).build());
-    sum.updateOrder(OrderBuilder().account(account).sysId("5").product("").instrument("ag2506").frozenMargin(70).build());
+    sum.updateOrder(
+        OrderBuilder().account(account).sysId("5").product("").instrument("ag2506").frozenMargin(70).build());
     EXPECT_DOUBLE_EQ(500.0, sum.getProductLong("rb"));
     EXPECT_DOUBLE_EQ(70.0, sum.getProductLong("ag2506"));
     EXPECT_EQ(0.0, sum.getProductLong("unknown"));
@@ -47,10 +51,12 @@ TEST(CSingleMarginSumTest, NoRoundingResidueAfterManyChanges) {
         sum.updateOrder(OrderBuilder().account(account).sysId(std::to_string(i)).frozenMargin(0.1).build());
     EXPECT_EQ(1.0, sum.getProductLong("rb"));
     for (int i = 0; i < 7; ++i)
-        sum.updateOrder(OrderBuilder().account(account).sysId(std::to_string(i)).frozenMargin(0.1).status('6').build());
+        sum.updateOrder(
+            OrderBuilder().account(account).sysId(std::to_string(i)).frozenMargin(0.1).status('6').build());
     EXPECT_EQ(0.3, sum.getProductLong("rb"));
     for (int i = 7; i < 10; ++i)
-        sum.updateOrder(OrderBuilder().account(account).sysId(std::to_string(i)).frozenMargin(0.1).status('6').build());
+        sum.updateOrder(
+            OrderBuilder().account(account).sysId(std::to_string(i)).frozenMargin(0.1).status('6').build());
     EXPECT_EQ(0.0, sum.getProductLong("rb"));
 }
 

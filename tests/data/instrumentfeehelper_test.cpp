@@ -1,8 +1,8 @@
 // Commission of an order from the account's fee record: stock and futures rules.
+#include <gtest/gtest.h>
+
 #include "base/data/CInstrumentFeeHelper.h"
 #include "testing/RecordBuilders.h"
-
-#include <gtest/gtest.h>
 
 namespace ttservice {
 namespace {
@@ -10,7 +10,8 @@ namespace {
 using test::OrderBuilder;
 
 CInstrumentFeePtr stockFee() {
-    CInstrumentFeePtr fee = test::makeInstrumentFee(test::makeAccountInfo("s", 2), test::makeInstrument("SH", "600000"));
+    CInstrumentFeePtr fee =
+        test::makeInstrumentFee(test::makeAccountInfo("s", 2), test::makeInstrument("SH", "600000"));
     fee->m_stkExchange = boost::make_shared<CStkExchange>();
     fee->m_stkExchange->m_dBuyCommissionRate = 0.0003;
     fee->m_stkExchange->m_dSellCommissionRate = 0.0003;
@@ -22,8 +23,8 @@ CInstrumentFeePtr stockFee() {
 }
 
 CInstrumentFeePtr futuresFee() {
-    CInstrumentFeePtr fee =
-        test::makeInstrumentFee(test::makeAccountInfo("f", 1), test::makeInstrument("SHFE", "rb2501", "rb", 10));
+    CInstrumentFeePtr fee = test::makeInstrumentFee(test::makeAccountInfo("f", 1),
+                                                    test::makeInstrument("SHFE", "rb2501", "rb", 10));
     fee->m_dOpenRatioByMoney = 0.0001;
     fee->m_dCloseRatioByMoney = 0.00005;
     fee->m_dCloseTodayRatioByVolume = 3.0;
@@ -38,15 +39,20 @@ TEST(CInstrumentFeeHelperTest, StockAndFuturesRules) {
         double expected;
     } cases[] = {
         // 10 * 1000 = 10000: brokerage 3 raised to the minimum 5, transfer 0.1, trade fee 0.487.
-        {"stock buy at the minimum", stockFee(), OrderBuilder().price(10).volume(1000).direction('0').build(), 5.59},
+        {"stock buy at the minimum", stockFee(), OrderBuilder().price(10).volume(1000).direction('0').build(),
+         5.59},
         // The sale adds stamp tax 5.
-        {"stock sell adds stamp tax", stockFee(), OrderBuilder().price(10).volume(1000).direction('1').build(), 10.59},
+        {"stock sell adds stamp tax", stockFee(),
+         OrderBuilder().price(10).volume(1000).direction('1').build(), 10.59},
         // 500000: brokerage 150, transfer 5, trade fee 24.35.
         {"stock buy above the minimum", stockFee(), OrderBuilder().price(50).volume(10000).build(), 179.35},
         // 3500 * 10 * multiple 10 = 350000 at 0.0001.
-        {"futures open by money", futuresFee(), OrderBuilder().price(3500).volume(10).offset('0').build(), 35.0},
-        {"futures close today by volume", futuresFee(), OrderBuilder().price(3500).volume(10).offset('3').build(), 30.0},
-        {"futures close by money", futuresFee(), OrderBuilder().price(3500).volume(10).offset('1').build(), 17.5},
+        {"futures open by money", futuresFee(), OrderBuilder().price(3500).volume(10).offset('0').build(),
+         35.0},
+        {"futures close today by volume", futuresFee(),
+         OrderBuilder().price(3500).volume(10).offset('3').build(), 30.0},
+        {"futures close by money", futuresFee(), OrderBuilder().price(3500).volume(10).offset('1').build(),
+         17.5},
         {"futures close yesterday uses close ratios", futuresFee(),
          OrderBuilder().price(3500).volume(10).offset('4').build(), 17.5},
     };
@@ -65,7 +71,8 @@ TEST(CInstrumentFeeHelperTest, PriceChoiceAndWhatCannotBeComputed) {
     EXPECT_EQ(TT_INVALID_DOUBLE, CInstrumentFeeHelper::calcCommission(futuresFee(), *noPrice));
     EXPECT_EQ(TT_INVALID_DOUBLE, CInstrumentFeeHelper::calcCommission(futuresFee(), *noVolume));
     EXPECT_EQ(TT_INVALID_DOUBLE, CInstrumentFeeHelper::calcCommission(futuresFee(), *invalidPrice));
-    EXPECT_EQ(TT_INVALID_DOUBLE, CInstrumentFeeHelper::calcCommission(CInstrumentFeePtr(), *OrderBuilder().build()));
+    EXPECT_EQ(TT_INVALID_DOUBLE,
+              CInstrumentFeeHelper::calcCommission(CInstrumentFeePtr(), *OrderBuilder().build()));
 }
 
 }  // namespace

@@ -1,14 +1,14 @@
 // Completion rules of orders: which orders are finished, per account type, and what follows.
+#include <gtest/gtest.h>
+
 #include "base/data/COrderDetailHelper.h"
 #include "testing/RecordBuilders.h"
-
-#include <gtest/gtest.h>
 
 namespace ttservice {
 namespace {
 
-using test::OrderBuilder;
 using test::makeAccountInfo;
+using test::OrderBuilder;
 
 TEST(COrderDetailHelperTest, StatusTestsOfEveryMarketVariant) {
     struct Case {
@@ -25,7 +25,8 @@ TEST(COrderDetailHelperTest, StatusTestsOfEveryMarketVariant) {
     struct TextCase {
         const char* status;
         bool ends;
-    } texts[] = {{"", false}, {"5", true}, {"5x", true}, {"x5", false}, {"9", true}, {"7", false}, {"68", true}};
+    } texts[] = {{"", false}, {"5", true},  {"5x", true}, {"x5", false},
+                 {"9", true}, {"7", false}, {"68", true}};
     for (const TextCase& c : texts) {
         EXPECT_EQ(c.ends, COrderDetailHelper::isStkComplete(std::string(c.status))) << c.status;
         EXPECT_EQ(c.ends, COrderDetailHelper::isHGTComplete(std::string(c.status))) << c.status;
@@ -62,7 +63,8 @@ TEST(COrderDetailHelperTest, CompletedByAccountType) {
     for (const Case& c : cases) {
         OrderBuilder b;
         if (c.accountType >= 0) b.account(makeAccountInfo("a", c.accountType));
-        COrderDetailPtr o = b.status(c.status).submitStatus(c.submit).volume(c.volume).traded(c.traded).build();
+        COrderDetailPtr o =
+            b.status(c.status).submitStatus(c.submit).volume(c.volume).traded(c.traded).build();
         EXPECT_EQ(c.completed, COrderDetailHelper::completed(*o)) << c.what;
     }
 }
@@ -91,7 +93,8 @@ TEST(COrderDetailHelperTest, OpenWithdrawAndFrozenMoney) {
     } withdraw[] = {{'5', true}, {'6', true}, {'8', false}, {'9', false}, {'2', false}};
     EXPECT_FALSE(COrderDetailHelper::isMayCauseWithDraw(COrderDetailPtr()));
     for (const WithdrawCase& c : withdraw)
-        EXPECT_EQ(c.may, COrderDetailHelper::isMayCauseWithDraw(OrderBuilder().account(futures).status(c.status).build()))
+        EXPECT_EQ(c.may, COrderDetailHelper::isMayCauseWithDraw(
+                             OrderBuilder().account(futures).status(c.status).build()))
             << c.status;
     // Status '5' without account info is not complete, so it cannot have caused a withdrawal.
     EXPECT_FALSE(COrderDetailHelper::isMayCauseWithDraw(OrderBuilder().status('5').build()));
@@ -111,8 +114,12 @@ TEST(COrderDetailHelperTest, OpenWithdrawAndFrozenMoney) {
         {"no operation, cancelled", 0, '0', '6', false},
     };
     for (const FrozenCase& c : frozen) {
-        COrderDetailPtr o =
-            OrderBuilder().account(futures).operation(c.operation).direction(c.direction).status(c.status).build();
+        COrderDetailPtr o = OrderBuilder()
+                                .account(futures)
+                                .operation(c.operation)
+                                .direction(c.direction)
+                                .status(c.status)
+                                .build();
         EXPECT_EQ(c.frozen, COrderDetailHelper::isFrozenMoney(*o)) << c.what;
     }
 }

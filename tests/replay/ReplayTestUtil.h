@@ -1,13 +1,13 @@
 // Helpers of the ttreplay tests: replaying a session given as text, and reading files of the tree.
 #pragma once
 
-#include "ReplayTool.h"
-#include "SessionReplayer.h"
-
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "ReplayTool.h"
+#include "SessionReplayer.h"
 
 namespace ttservice {
 namespace replay {

@@ -2,14 +2,13 @@
 // leaves the layer exactly as the session without it leaves it. The comparison replaces the bad
 // line by a comment, so both sessions have the same line numbers.
 #include <gtest/gtest.h>
-
-#include "ReplayTestUtil.h"
-
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+
+#include "ReplayTestUtil.h"
 
 namespace ttservice {
 namespace replay {
@@ -40,7 +39,7 @@ const std::vector<std::string> kBase = {
 
 struct CBadLine {
     const char* name;
-    size_t before;    // index in kBase the bad line goes before
+    size_t before;  // index in kBase the bad line goes before
     std::string line;
     const char* reason;  // expected in the message
 };
@@ -71,13 +70,15 @@ std::vector<CBadLine> badLines() {
         {"NestedRecordOfWrongClass", 9,
          R"({"event":"record","account":"10001_A1","record":{"class":"COrderDetail","m_tag":{"class":"CDealDetail"}}})",
          "m_tag"},
-        {"UnknownAccount", 9, R"({"event":"record","account":"10001_ZZ","record":{"class":"CAccountDetail"}})",
+        {"UnknownAccount", 9,
+         R"({"event":"record","account":"10001_ZZ","record":{"class":"CAccountDetail"}})",
          "unknown account '10001_ZZ'"},
         {"RecordBeforeItsAccountIsCreated", 11,
          R"({"event":"record","account":"20001_F1","record":{"class":"CAccountDetail","m_dBalance":5}})",
          "unknown account '20001_F1' (no create_account for it before this line)"},
         {"FlushWithoutCaching", 10, R"({"event":"flush","account":"10001_A1"})", "without start_cache"},
-        {"CreatedTwice", 5, R"({"event":"create_account","info":{"m_nPlatformID":10001,"m_strAccountID":"A1"}})",
+        {"CreatedTwice", 5,
+         R"({"event":"create_account","info":{"m_nPlatformID":10001,"m_strAccountID":"A1"}})",
          "account '10001_A1' was already created at line 3"},
         {"AccountInfoWithoutId", 3, R"({"event":"create_account","info":{"m_nPlatformID":10001}})",
          "the account info needs m_strAccountID"},
@@ -86,23 +87,28 @@ std::vector<CBadLine> badLines() {
          "account '20001_F1' is not registered"},
         {"ClockAfterATimerIsArmed", 6, R"({"event":"clock","start":"2024-03-15 09:30:00"})",
          "only while no refresh timer is armed"},
-        {"ClockOfBadTime", 0, R"({"event":"clock","start":"2024-02-30 09:30:00"})", "member 'start' must be a time"},
+        {"ClockOfBadTime", 0, R"({"event":"clock","start":"2024-02-30 09:30:00"})",
+         "member 'start' must be a time"},
         {"NegativeAdvance", 13, R"({"event":"advance","ms":-5})", "must not be negative"},
-        {"QuoteWithoutInstrument", 10, R"({"event":"quote","quote":{"m_strExchangeID":"SH","m_dLastPrice":7}})",
+        {"QuoteWithoutInstrument", 10,
+         R"({"event":"quote","quote":{"m_strExchangeID":"SH","m_dLastPrice":7}})",
          "a quote needs m_strExchangeID and m_strInstrumentID"},
         {"QuoteOfAnotherClass", 10, R"({"event":"quote","quote":{"class":"CDealDetail"}})",
          "member 'quote' must be a CPriceData, not a CDealDetail"},
         {"TickOfZero", 2, R"({"event":"tick_table","key":"SH","ticks":[[100,0.01],[1000,0]]})",
          "ticks[1]: the tick must be positive"},
-        {"TickPairMalformed", 2, R"({"event":"tick_table","key":"SH","ticks":[[100]]})", "ticks[0] must be a"},
+        {"TickPairMalformed", 2, R"({"event":"tick_table","key":"SH","ticks":[[100]]})",
+         "ticks[0] must be a"},
         {"CustomFeesOfUnknownMarket", 4,
          R"({"event":"custom_fees","account":"10001_A1","market":"bond","table":{}})",
          "member 'market' must be one of"},
-        {"UnknownQuery", 15, R"({"event":"query","what":"volume","account":"10001_A1"})", "unknown query 'volume'"},
+        {"UnknownQuery", 15, R"({"event":"query","what":"volume","account":"10001_A1"})",
+         "unknown query 'volume'"},
         {"QueryMissingMember", 15, R"({"event":"query","what":"undealt_volume","account":"10001_A1"})",
          "missing member 'instrument'"},
         {"QueryOfUnknownAccount", 15,
-         R"({"event":"query","what":"undealt_volume","account":"1_X","instrument":"600000"})", "unknown account '1_X'"},
+         R"({"event":"query","what":"undealt_volume","account":"1_X","instrument":"600000"})",
+         "unknown account '1_X'"},
         {"FeesOfUnknownInstrument", 15,
          R"({"event":"query","what":"fees","account":"10001_A1","exchange":"SH","instrument":"999999"})",
          "unknown instrument SH 999999"},
@@ -112,7 +118,9 @@ std::vector<CBadLine> badLines() {
     };
 }
 
-void PrintTo(const CBadLine& bad, std::ostream* os) { *os << bad.name << ": " << bad.line; }
+void PrintTo(const CBadLine& bad, std::ostream* os) {
+    *os << bad.name << ": " << bad.line;
+}
 
 // The output without its last line, the counts ("... N lines skipped"), which must differ.
 std::string withoutCounts(const std::string& out) {
@@ -147,18 +155,22 @@ TEST_P(ReplayBadLineTest, IsReportedWithItsLineAndLeavesTheStateAsWithoutIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Lines, ReplayBadLineTest, ::testing::ValuesIn(badLines()),
-                         [](const ::testing::TestParamInfo<CBadLine>& p) { return std::string(p.param.name); });
+                         [](const ::testing::TestParamInfo<CBadLine>& p) {
+                             return std::string(p.param.name);
+                         });
 
 TEST(ReplayBadLines, TheReplayGoesOnAfterEveryBadLine) {
     std::vector<std::string> lines = kBase;
     lines.insert(lines.begin() + 9, "not json at all");
-    lines.insert(lines.begin() + 2, R"({"event":"record","account":"10001_A1","record":{"class":"CAccountDetail"}})");
+    lines.insert(lines.begin() + 2,
+                 R"({"event":"record","account":"10001_A1","record":{"class":"CAccountDetail"}})");
     const test::CReplayRun r = replaySession(joinLines(lines));
     EXPECT_EQ(2u, r.counters.m_nErrors);
     EXPECT_NE(std::string::npos, r.err.find("session:3: unknown account '10001_A1'")) << r.err;
     EXPECT_NE(std::string::npos, r.err.find("session:11: bad JSON")) << r.err;
     // The lines after them were applied: the last query answered.
-    EXPECT_NE(std::string::npos, r.out.find("order_price SH 600000 type 4 operation 18 for order: 7.11")) << r.out;
+    EXPECT_NE(std::string::npos, r.out.find("order_price SH 600000 type 4 operation 18 for order: 7.11"))
+        << r.out;
 }
 
 TEST(ReplayBadLines, ToolExitsWithOneWhenLinesWereSkipped) {

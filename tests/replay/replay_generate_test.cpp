@@ -2,20 +2,18 @@
 // a skipped line, and what it generates holds together (codes of each market, deals that add up to
 // the traded volume of their orders, partial fills, cancels).
 #include <gtest/gtest.h>
-
-#include "ReplayTestUtil.h"
-#include "SessionGenerator.h"
-
 #include <json/json.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-
 #include <map>
 #include <regex>
 #include <set>
 #include <sstream>
+
+#include "ReplayTestUtil.h"
+#include "SessionGenerator.h"
 
 namespace ttservice {
 namespace replay {
@@ -93,7 +91,8 @@ TEST(ReplayGenerate, AccountsOfEveryFamilyAndInstrumentsWithRealLookingCodes) {
         if (name != "instruments") continue;
         for (const Json::Value& i : e["instruments"]) {
             ++instruments;
-            const std::string market = i["m_strExchangeID"].asString(), code = i["m_strInstrumentID"].asString();
+            const std::string market = i["m_strExchangeID"].asString(),
+                              code = i["m_strInstrumentID"].asString();
             if (market == "SH" || market == "SZ") {
                 ASSERT_TRUE(code.size() == 6 || (market == "SH" && code.size() == 8)) << code;
                 prefixes[market].insert(code.substr(0, 3));
@@ -148,8 +147,8 @@ TEST(ReplayGenerate, ToolWritesTheSameSessionToAFileAndRefusesBadOptions) {
     char dir[] = "/tmp/tt-replay-gen-XXXXXX";
     ASSERT_TRUE(mkdtemp(dir));
     const std::string file = std::string(dir) + "/s.jsonl";
-    const test::CToolRun r = test::runTool(
-        {"generate", "--accounts", "4", "--records", "500", "--seed", "7", "--instruments", "300", "-o", file});
+    const test::CToolRun r = test::runTool({"generate", "--accounts", "4", "--records", "500", "--seed", "7",
+                                            "--instruments", "300", "-o", file});
     EXPECT_EQ(EXIT_OK, r.status) << r.err;
     EXPECT_EQ(generate(4, 500, 7, 300), test::readFile(file));
     std::remove(file.c_str());

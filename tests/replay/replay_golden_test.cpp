@@ -2,13 +2,12 @@
 // tests/replay/golden/demo.out: what a new user sees from `scripts/setup.sh demo`. After a deliberate
 // change of the output, rerun with TT_UPDATE_GOLDEN=1 to rewrite the file, and review its diff.
 #include <gtest/gtest.h>
-
-#include "ReplayTestUtil.h"
-
 #include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
+
+#include "ReplayTestUtil.h"
 
 namespace ttservice {
 namespace replay {
@@ -30,9 +29,7 @@ test::CToolRun runDemo(const std::vector<std::string>& extra = {}) {
 
 class ReplayGoldenTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        ASSERT_EQ(0, chdir(TT_SOURCE_DIR)) << "cannot enter the source tree";
-    }
+    void SetUp() override { ASSERT_EQ(0, chdir(TT_SOURCE_DIR)) << "cannot enter the source tree"; }
 };
 
 TEST_F(ReplayGoldenTest, DemoOutputMatchesTheGoldenFileByteForByte) {
@@ -64,7 +61,8 @@ TEST_F(ReplayGoldenTest, TwoRunsGiveTheSameBytesInTextAndJson) {
 // behaviour rather than a line of the golden file.
 TEST_F(ReplayGoldenTest, DemoShowsTheCachedFundsReplayedLastAndTheOpenRemainder) {
     const std::string out = runDemo().out;
-    EXPECT_NE(std::string::npos, out.find("flush at line 24, 2 slot(s): 542:SH_1001 543:10001_8800123")) << out;
+    EXPECT_NE(std::string::npos, out.find("flush at line 24, 2 slot(s): 542:SH_1001 543:10001_8800123"))
+        << out;
     EXPECT_NE(std::string::npos, out.find("undealt_volume 10001_8800123 600000: buy 600, sell 0")) << out;
     EXPECT_NE(std::string::npos, out.find("instrument DCE rb2405: SHFErb2405 (real market SHFE)")) << out;
     EXPECT_NE(std::string::npos, out.find("no calculator installed")) << out;

@@ -12,16 +12,19 @@ namespace {
 using test::joinLines;
 using test::replaySession;
 
-const std::string kStock = R"({"event":"create_account","info":{"m_nPlatformID":10001,"m_nAccountType":2,"m_strAccountID":"S"}})";
+const std::string kStock =
+    R"({"event":"create_account","info":{"m_nPlatformID":10001,"m_nAccountType":2,"m_strAccountID":"S"}})";
 const std::string kRegister = R"({"event":"register","account":"10001_S"})";
 const std::string kInit = R"({"event":"initialize","account":"10001_S"})";
 
 std::string record(const std::string& json, bool cacheOnly = false) {
-    return std::string(R"({"event":"record","account":"10001_S",)") + (cacheOnly ? R"("cache_only":true,)" : "") +
-           "\"record\":" + json + "}";
+    return std::string(R"({"event":"record","account":"10001_S",)") +
+           (cacheOnly ? R"("cache_only":true,)" : "") + "\"record\":" + json + "}";
 }
 
-const Json::Value& account(const test::CReplayRun& r) { return r.summary["accounts"][0]; }
+const Json::Value& account(const test::CReplayRun& r) {
+    return r.summary["accounts"][0];
+}
 
 // A stock order that traded its whole volume but is still "partly traded" ('7'): on a stock account
 // only the entrust status completes an order; on a futures account a fully traded one is complete.
@@ -31,16 +34,21 @@ const std::string kFilledButPartStatus =
 TEST(ReplaySession, RecordsWithoutAccountInfoGetTheAccounts) {
     const test::CReplayRun r = replaySession(joinLines({kStock, record(kFilledButPartStatus + "}")}));
     ASSERT_EQ(0u, r.counters.m_nErrors) << r.err;
-    EXPECT_EQ(1u, account(r)["openOrderCount"].asUInt64()) << "completed by the stock account's rule: still open";
+    EXPECT_EQ(1u, account(r)["openOrderCount"].asUInt64())
+        << "completed by the stock account's rule: still open";
     // Without any account info an order is never complete; with the futures info of its own it is.
     const test::CReplayRun own = replaySession(joinLines(
-        {kStock, record(kFilledButPartStatus + R"(,"m_accountInfo":{"m_nPlatformID":20001,"m_nAccountType":1,"m_strAccountID":"F"}})")}));
+        {kStock,
+         record(kFilledButPartStatus +
+                R"(,"m_accountInfo":{"m_nPlatformID":20001,"m_nAccountType":1,"m_strAccountID":"F"}})")}));
     EXPECT_EQ(0u, account(own)["openOrderCount"].asUInt64()) << "a record's own account info is kept";
 }
 
 TEST(ReplaySession, TheCacheReplaysInKindAndKeyOrderWithTheFundsLast) {
     const test::CReplayRun r = replaySession(joinLines({
-        kStock, kRegister, kInit,
+        kStock,
+        kRegister,
+        kInit,
         R"({"event":"start_cache","account":"10001_S"})",
         record(R"({"class":"CAccountDetail","m_dAvailable":1})"),
         record(R"({"class":"CDealDetail","m_strExchangeID":"SH","m_strTradeID":"T2","m_strOrderSysID":"2"})"),
@@ -52,7 +60,8 @@ TEST(ReplaySession, TheCacheReplaysInKindAndKeyOrderWithTheFundsLast) {
     const Json::Value& flushes = account(r)["dataCenter"]["flushes"];
     ASSERT_EQ(1u, flushes.size());
     std::vector<std::string> order;
-    for (const Json::Value& k : flushes[0]["order"]) order.push_back(k["kind"].asString() + ":" + k["key"].asString());
+    for (const Json::Value& k : flushes[0]["order"])
+        order.push_back(k["kind"].asString() + ":" + k["key"].asString());
     EXPECT_EQ((std::vector<std::string>{"542:SH_1", "542:SH_2", "544:SH_T2_0", "543:10001_S"}), order);
     EXPECT_TRUE(account(r)["dataCenter"]["forwarded"].empty()) << "nothing went one by one while caching";
     EXPECT_NE(std::string::npos, r.out.find("line 9 flush 10001_S: 4 slot(s) replayed")) << r.out;
@@ -60,7 +69,9 @@ TEST(ReplaySession, TheCacheReplaysInKindAndKeyOrderWithTheFundsLast) {
 
 TEST(ReplaySession, ACacheOnlyRecordAllowsAFlushWithoutStartCache) {
     const test::CReplayRun r = replaySession(joinLines({
-        kStock, kRegister, kInit,
+        kStock,
+        kRegister,
+        kInit,
         record(R"({"class":"CAccountDetail","m_dAvailable":1})", true),
         R"({"event":"flush","account":"10001_S"})",
     }));
@@ -69,19 +80,21 @@ TEST(ReplaySession, ACacheOnlyRecordAllowsAFlushWithoutStartCache) {
 }
 
 TEST(ReplaySession, AFlushOfAnUnregisteredAccountSaysTheCacheIsKept) {
-    const test::CReplayRun r = replaySession(joinLines({kStock, R"({"event":"start_cache","account":"10001_S"})",
-                                                        R"({"event":"flush","account":"10001_S"})"}));
+    const test::CReplayRun r =
+        replaySession(joinLines({kStock, R"({"event":"start_cache","account":"10001_S"})",
+                                 R"({"event":"flush","account":"10001_S"})"}));
     EXPECT_NE(std::string::npos, r.out.find("nothing replayed (not registered: the cache is kept)")) << r.out;
 }
 
 TEST(ReplaySession, OnlyARegisteredInitialisedAccountForwardsAndSubscribersHearEverything) {
-    const std::string order = record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":"1"})");
+    const std::string order =
+        record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":"1"})");
     const test::CReplayRun r = replaySession(joinLines({
-        kStock, order,            // not registered: filed, told to subscribers
-        kRegister, order,         // registered, not initialised
-        kInit, order, order,      // forwarded
+        kStock, order,                                       // not registered: filed, told to subscribers
+        kRegister, order,                                    // registered, not initialised
+        kInit, order, order,                                 // forwarded
         R"({"event":"remove","account":"10001_S"})", order,  // removed: not forwarded
-        kRegister, order,         // back: forwarded
+        kRegister, order,                                    // back: forwarded
     }));
     ASSERT_EQ(0u, r.counters.m_nErrors) << r.err;
     EXPECT_EQ(6u, account(r)["subscribers"]["542"].asUInt64());
@@ -90,9 +103,13 @@ TEST(ReplaySession, OnlyARegisteredInitialisedAccountForwardsAndSubscribersHearE
 }
 
 TEST(ReplaySession, ClearEmptiesTheStoreAndTheSubscribersKeepListening) {
-    const std::string order = record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":"1"})");
+    const std::string order =
+        record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":"1"})");
     const test::CReplayRun r = replaySession(joinLines({
-        kStock, order, record(R"({"class":"CPositionDetail","m_strExchangeID":"SH","m_strInstrumentID":"600000","m_nVolume":100})"),
+        kStock,
+        order,
+        record(
+            R"({"class":"CPositionDetail","m_strExchangeID":"SH","m_strInstrumentID":"600000","m_nVolume":100})"),
         R"({"event":"clear","account":"10001_S"})",
         record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":"2"})"),
     }));
@@ -107,8 +124,10 @@ TEST(ReplaySession, TheRefreshTimerFiresOnlyWhenTheClockIsAdvanced) {
         return joinLines({
             R"({"event":"create_account","info":{"m_nPlatformID":10001,"m_nAccountType":2,"m_strAccountID":"S"},"interval":)" +
                 std::to_string(interval) + "}",
-            record(R"({"class":"CPositionDetail","m_strExchangeID":"SH","m_strInstrumentID":"600000","m_nVolume":100})"),
-            kRegister, kInit,
+            record(
+                R"({"class":"CPositionDetail","m_strExchangeID":"SH","m_strInstrumentID":"600000","m_nVolume":100})"),
+            kRegister,
+            kInit,
             R"({"event":"quote","quote":{"m_strExchangeID":"SH","m_strInstrumentID":"600000","m_dLastPrice":7.5}})",
             R"({"event":"advance","ms":999})",
             R"({"event":"advance","ms":1})",
@@ -117,11 +136,15 @@ TEST(ReplaySession, TheRefreshTimerFiresOnlyWhenTheClockIsAdvanced) {
     };
     const test::CReplayRun r = replaySession(session(1000));
     ASSERT_EQ(0u, r.counters.m_nErrors) << r.err;
-    EXPECT_NE(std::string::npos, r.out.find("line 6 advance 999 ms: 0 timer(s) fired, 0 revaluation(s)\n")) << r.out;
-    EXPECT_NE(std::string::npos,
-              r.out.find("line 7 advance 1 ms: 1 timer(s) fired, 1 revaluation(s)\n  revalue 10001_S: SH600000=7.5\n"))
+    EXPECT_NE(std::string::npos, r.out.find("line 6 advance 999 ms: 0 timer(s) fired, 0 revaluation(s)\n"))
         << r.out;
-    EXPECT_NE(std::string::npos, r.out.find("line 8 advance 1000 ms: 1 timer(s) fired, 0 revaluation(s)\n")) << r.out;
+    EXPECT_NE(
+        std::string::npos,
+        r.out.find(
+            "line 7 advance 1 ms: 1 timer(s) fired, 1 revaluation(s)\n  revalue 10001_S: SH600000=7.5\n"))
+        << r.out;
+    EXPECT_NE(std::string::npos, r.out.find("line 8 advance 1000 ms: 1 timer(s) fired, 0 revaluation(s)\n"))
+        << r.out;
     EXPECT_EQ(1u, account(r)["revaluations"]["count"].asUInt64());
 
     const test::CReplayRun off = replaySession(session(2147483647));

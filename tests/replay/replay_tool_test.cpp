@@ -1,17 +1,15 @@
 // The ttreplay command line: --json output is one JSON document that parses and carries what the
 // text shows; the summaries land in the store under hash "TTReplay"; usage errors exit with 2.
 #include <gtest/gtest.h>
-
-#include "ReplayTestUtil.h"
-
-#include "persist/CPersistService.h"
-
 #include <json/json.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+
+#include "ReplayTestUtil.h"
+#include "persist/CPersistService.h"
 
 namespace ttservice {
 namespace replay {
@@ -81,7 +79,8 @@ TEST_F(ReplayToolTest, JsonOutputParsesAndCarriesAnswersAccountsAndCounts) {
 }
 
 TEST_F(ReplayToolTest, JsonOutputListsTheSkippedLines) {
-    const std::string session = write("s.jsonl", test::readFile(kDemo) + "{\"event\":\"flush\",\"account\":\"20001_9100456\"}\n");
+    const std::string session =
+        write("s.jsonl", test::readFile(kDemo) + "{\"event\":\"flush\",\"account\":\"20001_9100456\"}\n");
     const test::CToolRun r = runTool({session, "--json", "--no-store"});
     EXPECT_EQ(EXIT_ERRORS, r.status);
     const Json::Value doc = parse(r.out);
@@ -147,7 +146,8 @@ TEST_F(ReplayToolTest, LimitShortensEveryListAndSaysHowManyMore) {
     ASSERT_EQ(EXIT_OK, r.status);
     EXPECT_NE(std::string::npos, r.out.find("positions: 2\n  SH_600000_0_1")) << r.out;
     EXPECT_NE(std::string::npos, r.out.find("  ... and 1 more\n")) << r.out;
-    EXPECT_NE(std::string::npos, r.out.find("flush at line 24, 2 slot(s): 542:SH_1001 ... and 1 more")) << r.out;
+    EXPECT_NE(std::string::npos, r.out.find("flush at line 24, 2 slot(s): 542:SH_1001 ... and 1 more"))
+        << r.out;
 }
 
 }  // namespace

@@ -1,11 +1,5 @@
 #include "ReplayTool.h"
 
-#include "SessionGenerator.h"
-#include "SessionReplayer.h"
-
-#include "persist/CPersistService.h"
-#include "utils/LogCenter.h"
-
 #include <bson/bson.h>
 
 #include <chrono>
@@ -15,6 +9,11 @@
 #include <iostream>
 #include <memory>
 #include <sstream>
+
+#include "SessionGenerator.h"
+#include "SessionReplayer.h"
+#include "persist/CPersistService.h"
+#include "utils/LogCenter.h"
 
 namespace ttservice {
 namespace replay {
@@ -32,7 +31,8 @@ int usage(std::ostream& err, const std::string& problem) {
 }
 
 // A whole decimal number in [min, max].
-bool parseCount(const std::string& text, unsigned long long min, unsigned long long max, unsigned long long& out) {
+bool parseCount(const std::string& text, unsigned long long min, unsigned long long max,
+                unsigned long long& out) {
     if (text.empty() || text.size() > 19) return false;
     for (char c : text)
         if (c < '0' || c > '9') return false;
@@ -48,39 +48,50 @@ void appendMembers(bson_t* doc, const Json::Value& v) {
     if (v.isArray()) {
         for (Json::ArrayIndex i = 0; i < v.size(); ++i) appendJson(doc, std::to_string(i).c_str(), v[i]);
     } else {
-        for (Json::Value::const_iterator it = v.begin(); it != v.end(); ++it) appendJson(doc, it.name().c_str(), *it);
+        for (Json::Value::const_iterator it = v.begin(); it != v.end(); ++it)
+            appendJson(doc, it.name().c_str(), *it);
     }
 }
 
 void appendJson(bson_t* doc, const char* key, const Json::Value& v) {
     switch (v.type()) {
-    case Json::nullValue: bson_append_null(doc, key, -1); break;
-    case Json::intValue: bson_append_int64(doc, key, -1, v.asInt64()); break;
-    case Json::uintValue:
-        if (v.isInt64()) bson_append_int64(doc, key, -1, v.asInt64());
-        else bson_append_double(doc, key, -1, v.asDouble());
-        break;
-    case Json::realValue: bson_append_double(doc, key, -1, v.asDouble()); break;
-    case Json::stringValue: {
-        const std::string s = v.asString();
-        bson_append_utf8(doc, key, -1, s.data(), static_cast<int>(s.size()));
-        break;
-    }
-    case Json::booleanValue: bson_append_bool(doc, key, -1, v.asBool()); break;
-    case Json::arrayValue: {
-        bson_t child;
-        bson_append_array_begin(doc, key, -1, &child);
-        appendMembers(&child, v);
-        bson_append_array_end(doc, &child);
-        break;
-    }
-    case Json::objectValue: {
-        bson_t child;
-        bson_append_document_begin(doc, key, -1, &child);
-        appendMembers(&child, v);
-        bson_append_document_end(doc, &child);
-        break;
-    }
+        case Json::nullValue:
+            bson_append_null(doc, key, -1);
+            break;
+        case Json::intValue:
+            bson_append_int64(doc, key, -1, v.asInt64());
+            break;
+        case Json::uintValue:
+            if (v.isInt64())
+                bson_append_int64(doc, key, -1, v.asInt64());
+            else
+                bson_append_double(doc, key, -1, v.asDouble());
+            break;
+        case Json::realValue:
+            bson_append_double(doc, key, -1, v.asDouble());
+            break;
+        case Json::stringValue: {
+            const std::string s = v.asString();
+            bson_append_utf8(doc, key, -1, s.data(), static_cast<int>(s.size()));
+            break;
+        }
+        case Json::booleanValue:
+            bson_append_bool(doc, key, -1, v.asBool());
+            break;
+        case Json::arrayValue: {
+            bson_t child;
+            bson_append_array_begin(doc, key, -1, &child);
+            appendMembers(&child, v);
+            bson_append_array_end(doc, &child);
+            break;
+        }
+        case Json::objectValue: {
+            bson_t child;
+            bson_append_document_begin(doc, key, -1, &child);
+            appendMembers(&child, v);
+            bson_append_document_end(doc, &child);
+            break;
+        }
     }
 }
 
@@ -103,8 +114,8 @@ public:
         if (pct == m_pct) return;
         m_pct = pct;
         const int width = 40, filled = pct * width / 100;
-        m_err << "\rreplaying [" << std::string(filled, '#') << std::string(width - filled, ' ') << "] " << pct
-              << "% " << lines << " lines" << std::flush;
+        m_err << "\rreplaying [" << std::string(filled, '#') << std::string(width - filled, ' ') << "] "
+              << pct << "% " << lines << " lines" << std::flush;
     }
     void clear() {
         if (m_pct >= 0) m_err << "\r" << std::string(72, ' ') << "\r" << std::flush;
@@ -131,7 +142,8 @@ int runGenerate(const std::vector<std::string>& args, std::ostream& out, std::os
         const bool hasValue = i + 1 < args.size();
         unsigned long long n = 0;
         if (a == "--accounts" && hasValue) {
-            if (!parseCount(args[++i], 1, 100000, n)) return usage(err, "--accounts wants a number from 1 to 100000");
+            if (!parseCount(args[++i], 1, 100000, n))
+                return usage(err, "--accounts wants a number from 1 to 100000");
             options.m_nAccounts = static_cast<int>(n);
         } else if (a == "--records" && hasValue) {
             if (!parseCount(args[++i], 0, 1000000000ULL, n))
@@ -141,7 +153,8 @@ int runGenerate(const std::vector<std::string>& args, std::ostream& out, std::os
             if (!parseCount(args[++i], 0, ~0ULL, n)) return usage(err, "--seed wants a whole number");
             options.m_nSeed = n;
         } else if (a == "--instruments" && hasValue) {
-            if (!parseCount(args[++i], 100, 20000, n)) return usage(err, "--instruments wants a number from 100 to 20000");
+            if (!parseCount(args[++i], 100, 20000, n))
+                return usage(err, "--instruments wants a number from 100 to 20000");
             options.m_nInstruments = static_cast<int>(n);
         } else if ((a == "--output" || a == "-o") && hasValue) {
             output = args[++i];
@@ -166,7 +179,8 @@ int runGenerate(const std::vector<std::string>& args, std::ostream& out, std::os
         err << "ttreplay: writing " << output << " failed\n";
         return EXIT_ERRORS;
     }
-    err << "ttreplay: generated " << c.m_nLines << " lines, " << c.m_nRecords << " records into " << output << "\n";
+    err << "ttreplay: generated " << c.m_nLines << " lines, " << c.m_nRecords << " records into " << output
+        << "\n";
     return EXIT_OK;
 }
 
@@ -190,7 +204,8 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         } else if (a == "--store" && hasValue) {
             storeUrl = args[++i];
         } else if (a == "--limit" && hasValue) {
-            if (!parseCount(args[++i], 0, 1000000000ULL, n)) return usage(err, "--limit wants a whole number");
+            if (!parseCount(args[++i], 0, 1000000000ULL, n))
+                return usage(err, "--limit wants a whole number");
             options.m_nListLimit = static_cast<size_t>(n);
         } else if (a == "--log" && hasValue) {
             logConfig = args[++i];
@@ -248,7 +263,8 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         }
         if (progress) progress->clear();
         if (in->bad()) {
-            err << "ttreplay: reading " << options.m_strSessionName << " failed after line " << lineNo << "\n";
+            err << "ttreplay: reading " << options.m_strSessionName << " failed after line " << lineNo
+                << "\n";
             status = EXIT_ERRORS;
         }
         replayer.finish();
@@ -260,8 +276,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         events = c.m_nEvents;
         queries = c.m_nQueries;
     }
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     if (errors) status = EXIT_ERRORS;
 
     // The per-account summaries go to the store.
@@ -269,7 +284,8 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     if (!noStore) {
         std::string error;
         boost::shared_ptr<persist::CPersistService> service =
-            storeUrl.empty() ? persist::CPersistService::instance() : persist::CPersistService::open(storeUrl, &error);
+            storeUrl.empty() ? persist::CPersistService::instance()
+                             : persist::CPersistService::open(storeUrl, &error);
         if (!service) {
             err << "ttreplay: cannot open the store " << storeUrl << ": " << error << "\n";
             status = EXIT_ERRORS;
@@ -294,9 +310,9 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     std::ostringstream trailer;
     trailer.setf(std::ios::fixed);
     trailer.precision(3);
-    trailer << "ttreplay: " << options.m_strSessionName << ": " << lines << " lines, " << events << " events, "
-            << records << " records, " << queries << " queries, " << errors << " skipped; started " << started
-            << ", " << seconds << " s";
+    trailer << "ttreplay: " << options.m_strSessionName << ": " << lines << " lines, " << events
+            << " events, " << records << " records, " << queries << " queries, " << errors
+            << " skipped; started " << started << ", " << seconds << " s";
     trailer.precision(0);
     if (seconds > 0) trailer << ", " << (static_cast<double>(records) / seconds) << " records/s";
     trailer << "; " << stored << "\n";

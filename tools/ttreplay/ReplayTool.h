@@ -36,7 +36,8 @@ namespace replay {
 enum EExit { EXIT_OK = 0, EXIT_ERRORS = 1, EXIT_USAGE = 2 };
 
 // Runs one command line (without the program name). `errIsTerminal` allows the progress bar.
-int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err, bool errIsTerminal = false);
+int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err,
+        bool errIsTerminal = false);
 
 // Sessions at least this large (bytes) get a progress bar on a terminal.
 const long long PROGRESS_MIN_BYTES = 4LL << 20;

@@ -1,38 +1,50 @@
 #include "SessionEvent.h"
 
-#include "records/RecordJson.h"
-
 #include <boost/date_time/gregorian/gregorian.hpp>
 #include <boost/date_time/posix_time/posix_time.hpp>
-
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
+
+#include "records/RecordJson.h"
 
 namespace ttservice {
 namespace replay {
 
 const char* queryName(EQuery query) {
     switch (query) {
-    case QUERY_CAN_ORDER_VOLUME: return "can_order_volume";
-    case QUERY_UNDEALT_VOLUME: return "undealt_volume";
-    case QUERY_ORDER_PRICE: return "order_price";
-    case QUERY_INSTRUMENT: return "instrument";
-    case QUERY_TICK_SIZE: return "tick_size";
-    case QUERY_EXCHANGE_RATE: return "exchange_rate";
-    case QUERY_FEES: return "fees";
-    case QUERY_TRADE_DAY: return "trade_day";
+        case QUERY_CAN_ORDER_VOLUME:
+            return "can_order_volume";
+        case QUERY_UNDEALT_VOLUME:
+            return "undealt_volume";
+        case QUERY_ORDER_PRICE:
+            return "order_price";
+        case QUERY_INSTRUMENT:
+            return "instrument";
+        case QUERY_TICK_SIZE:
+            return "tick_size";
+        case QUERY_EXCHANGE_RATE:
+            return "exchange_rate";
+        case QUERY_FEES:
+            return "fees";
+        case QUERY_TRADE_DAY:
+            return "trade_day";
     }
     return "?";
 }
 
 const char* feeFamilyName(EFeeFamily family) {
     switch (family) {
-    case FEE_STOCK: return "stock";
-    case FEE_FUTURE: return "future";
-    case FEE_HGT: return "hgt";
-    case FEE_SGT: return "sgt";
-    case FEE_FOREIGN: return "foreign";
+        case FEE_STOCK:
+            return "stock";
+        case FEE_FUTURE:
+            return "future";
+        case FEE_HGT:
+            return "hgt";
+        case FEE_SGT:
+            return "sgt";
+        case FEE_FOREIGN:
+            return "foreign";
     }
     return "?";
 }
@@ -192,9 +204,9 @@ bool parseClock(const std::string& text, boost::posix_time::ptime& out) {
         used != static_cast<int>(text.size()) || h > 23 || mi > 59 || s > 59 || h < 0 || mi < 0 || s < 0)
         return false;
     try {
-        out = boost::posix_time::ptime(boost::gregorian::date(y, mo, d),
-                                       boost::posix_time::hours(h) + boost::posix_time::minutes(mi) +
-                                           boost::posix_time::seconds(s));
+        out = boost::posix_time::ptime(
+            boost::gregorian::date(y, mo, d),
+            boost::posix_time::hours(h) + boost::posix_time::minutes(mi) + boost::posix_time::seconds(s));
     } catch (const std::exception&) {
         return false;
     }
@@ -237,7 +249,8 @@ bool decodeQuery(const CMembers& m, CSessionEvent& e) {
     if (what == "order_price") {
         e.m_eQuery = QUERY_ORDER_PRICE;
         std::string flavour = "order";
-        if (!(m.only({"what", "id", "exchange", "instrument", "price_type", "operation", "for", "fix_price"}) &&
+        if (!(m.only(
+                  {"what", "id", "exchange", "instrument", "price_type", "operation", "for", "fix_price"}) &&
               m.str("exchange", e.m_strExchange) && m.str("instrument", e.m_strInstrument) &&
               m.integer("price_type", e.m_nPriceType) && m.integer("operation", e.m_nOperation) &&
               m.str("for", flavour, false) && m.number("fix_price", e.m_dFixPrice, false)))
@@ -255,7 +268,8 @@ bool decodeQuery(const CMembers& m, CSessionEvent& e) {
     }
     if (what == "tick_size") {
         e.m_eQuery = QUERY_TICK_SIZE;
-        return m.only({"what", "id", "key", "price"}) && m.str("key", e.m_strKey) && m.number("price", e.m_dPrice);
+        return m.only({"what", "id", "key", "price"}) && m.str("key", e.m_strKey) &&
+               m.number("price", e.m_dPrice);
     }
     if (what == "exchange_rate") {
         e.m_eQuery = QUERY_EXCHANGE_RATE;
@@ -369,7 +383,8 @@ bool CSessionParser::decode(const Json::Value& v, CSessionEvent& e, std::string*
     }
     if (event == "instruments") {
         e.m_eKind = CSessionEvent::INSTRUMENTS;
-        if (!(m.only({"markets", "instruments"}) && m.records("instruments", e.m_records, "CInstrumentDetail") &&
+        if (!(m.only({"markets", "instruments"}) &&
+              m.records("instruments", e.m_records, "CInstrumentDetail") &&
               m.strings("markets", e.m_markets, false)))
             return false;
         for (const IDataPtr& r : e.m_records)
@@ -414,21 +429,21 @@ bool CSessionParser::decode(const Json::Value& v, CSessionEvent& e, std::string*
               m.str("market", family) && parseFamily(m, family, e.m_eFamily)))
             return false;
         switch (e.m_eFamily) {
-        case FEE_STOCK:
-            return m.record("table", e.m_record, "CCustomStockInstrumentFee") &&
-                   recordIs<CCustomStockInstrumentFee>(m, e.m_record, "table");
-        case FEE_FUTURE:
-            return m.record("table", e.m_record, "CCustomFutureInstrumentFee") &&
-                   recordIs<CCustomFutureInstrumentFee>(m, e.m_record, "table");
-        case FEE_HGT:
-            return m.record("table", e.m_record, "CCustomHGTInstrumentFee") &&
-                   recordIs<CCustomHGTInstrumentFee>(m, e.m_record, "table");
-        case FEE_SGT:
-            return m.record("table", e.m_record, "CCustomSgtInstrumentFee") &&
-                   recordIs<CCustomSgtInstrumentFee>(m, e.m_record, "table");
-        case FEE_FOREIGN:
-            return m.record("table", e.m_record, "CCustomSPInstrumentFee") &&
-                   recordIs<CCustomSPInstrumentFee>(m, e.m_record, "table");
+            case FEE_STOCK:
+                return m.record("table", e.m_record, "CCustomStockInstrumentFee") &&
+                       recordIs<CCustomStockInstrumentFee>(m, e.m_record, "table");
+            case FEE_FUTURE:
+                return m.record("table", e.m_record, "CCustomFutureInstrumentFee") &&
+                       recordIs<CCustomFutureInstrumentFee>(m, e.m_record, "table");
+            case FEE_HGT:
+                return m.record("table", e.m_record, "CCustomHGTInstrumentFee") &&
+                       recordIs<CCustomHGTInstrumentFee>(m, e.m_record, "table");
+            case FEE_SGT:
+                return m.record("table", e.m_record, "CCustomSgtInstrumentFee") &&
+                       recordIs<CCustomSgtInstrumentFee>(m, e.m_record, "table");
+            case FEE_FOREIGN:
+                return m.record("table", e.m_record, "CCustomSPInstrumentFee") &&
+                       recordIs<CCustomSPInstrumentFee>(m, e.m_record, "table");
         }
         return false;
     }
@@ -449,12 +464,10 @@ bool CSessionParser::decode(const Json::Value& v, CSessionEvent& e, std::string*
         const char* name;
         CSessionEvent::EKind kind;
     };
-    static const Lifecycle lifecycle[] = {{"register", CSessionEvent::REGISTER},
-                                          {"start_cache", CSessionEvent::START_CACHE},
-                                          {"initialize", CSessionEvent::INITIALIZE},
-                                          {"flush", CSessionEvent::FLUSH},
-                                          {"clear", CSessionEvent::CLEAR},
-                                          {"remove", CSessionEvent::REMOVE}};
+    static const Lifecycle lifecycle[] = {
+        {"register", CSessionEvent::REGISTER},     {"start_cache", CSessionEvent::START_CACHE},
+        {"initialize", CSessionEvent::INITIALIZE}, {"flush", CSessionEvent::FLUSH},
+        {"clear", CSessionEvent::CLEAR},           {"remove", CSessionEvent::REMOVE}};
     for (const Lifecycle& l : lifecycle) {
         if (event != l.name) continue;
         e.m_eKind = l.kind;
@@ -470,9 +483,10 @@ bool CSessionParser::decode(const Json::Value& v, CSessionEvent& e, std::string*
         return decodeQuery(m, e);
     }
     if (error)
-        *error = "unknown event '" + event +
-                 "' (known: record, quote, advance, clock, exchanges, instruments, tick_table, exchange_rate, "
-                 "custom_fees, create_account, register, start_cache, initialize, flush, clear, remove, query)";
+        *error =
+            "unknown event '" + event +
+            "' (known: record, quote, advance, clock, exchanges, instruments, tick_table, exchange_rate, "
+            "custom_fees, create_account, register, start_cache, initialize, flush, clear, remove, query)";
     return false;
 }
 

@@ -9,16 +9,16 @@
 // Thread safety: a parser keeps a JSON reader; use one parser per thread. Events are plain values.
 #pragma once
 
-#include "records/Records.h"
-
-#include <boost/date_time/posix_time/ptime.hpp>
 #include <json/json.h>
 
+#include <boost/date_time/posix_time/ptime.hpp>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "records/Records.h"
 
 namespace ttservice {
 namespace replay {
@@ -62,23 +62,23 @@ struct CSessionEvent {
     };
 
     EKind m_eKind = RECORD;
-    std::string m_strAccount;            // the account key named by "account"
-    IDataPtr m_record;                   // record, quote, rate, fee table, account info
-    std::vector<IDataPtr> m_records;     // exchanges, instruments
-    std::vector<std::string> m_markets;  // instruments: the markets they replace
+    std::string m_strAccount;                         // the account key named by "account"
+    IDataPtr m_record;                                // record, quote, rate, fee table, account info
+    std::vector<IDataPtr> m_records;                  // exchanges, instruments
+    std::vector<std::string> m_markets;               // instruments: the markets they replace
     std::vector<std::pair<double, double> > m_ticks;  // tick table: (price bound, tick)
-    std::string m_strKey;                // tick table key; query: tick key
-    bool m_bFlag = false;                // record: cache_only; initialize: value
-    int64_t m_nMillis = 0;               // advance: milliseconds; create_account: update interval
-    boost::posix_time::ptime m_clock;    // clock: the new time
-    EFeeFamily m_eFamily = FEE_STOCK;    // custom_fees, fees
-    bool m_bHasFamily = false;           // fees: "market" given
+    std::string m_strKey;                             // tick table key; query: tick key
+    bool m_bFlag = false;                             // record: cache_only; initialize: value
+    int64_t m_nMillis = 0;             // advance: milliseconds; create_account: update interval
+    boost::posix_time::ptime m_clock;  // clock: the new time
+    EFeeFamily m_eFamily = FEE_STOCK;  // custom_fees, fees
+    bool m_bHasFamily = false;         // fees: "market" given
 
     // ---- queries ----
     EQuery m_eQuery = QUERY_UNDEALT_VOLUME;
-    std::string m_strId;                 // "id", echoed with the answer
-    std::string m_strExchange;           // exchange / market
-    std::string m_strInstrument;         // instrument / code
+    std::string m_strId;          // "id", echoed with the answer
+    std::string m_strExchange;    // exchange / market
+    std::string m_strInstrument;  // instrument / code
     std::string m_strCurrency;
     int m_nDirection = 0;
     int m_nOffset = 0;
@@ -87,7 +87,7 @@ struct CSessionEvent {
     double m_dPrice = 0.0;
     double m_dFixPrice = 0.0;
     bool m_bHasFixPrice = false;
-    bool m_bForCalc = false;             // order_price: "for": "calc"
+    bool m_bForCalc = false;  // order_price: "for": "calc"
 };
 
 // The update interval of an account created without "interval", in milliseconds.

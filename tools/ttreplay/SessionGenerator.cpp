@@ -27,10 +27,14 @@ public:
         return z ^ (z >> 31);
     }
     uint64_t below(uint64_t n) { return n ? next() % n : 0; }
-    int64_t range(int64_t lo, int64_t hi) { return lo + static_cast<int64_t>(below(static_cast<uint64_t>(hi - lo + 1))); }
+    int64_t range(int64_t lo, int64_t hi) {
+        return lo + static_cast<int64_t>(below(static_cast<uint64_t>(hi - lo + 1)));
+    }
     bool chance(int percent) { return below(100) < static_cast<uint64_t>(percent); }
     template <class T>
-    const T& pick(const std::vector<T>& v) { return v[below(v.size())]; }
+    const T& pick(const std::vector<T>& v) {
+        return v[below(v.size())];
+    }
 
 private:
     uint64_t m_state;
@@ -115,7 +119,9 @@ std::string jsonArray(const std::vector<std::string>& items) {
     for (size_t i = 0; i < items.size(); ++i) s += (i ? "," : "") + items[i];
     return s + "]";
 }
-std::string quoted(const std::string& v) { return "\"" + v + "\""; }
+std::string quoted(const std::string& v) {
+    return "\"" + v + "\"";
+}
 
 std::string pad(uint64_t v, int width) {
     std::string s = std::to_string(v);
@@ -138,9 +144,9 @@ struct CInst {
 };
 
 // Hong Kong spread table: (upper bound, tick), both in units.
-const int64_t kHkTicks[][2] = {{2500, 10},           {5000, 50},           {100000, 100},       {200000, 200},
-                               {1000000, 500},       {2000000, 1000},      {5000000, 2000},     {10000000, 5000},
-                               {20000000, 10000},    {50000000, 20000},    {99950000, 50000}};
+const int64_t kHkTicks[][2] = {{2500, 10},        {5000, 50},        {100000, 100},    {200000, 200},
+                               {1000000, 500},    {2000000, 1000},   {5000000, 2000},  {10000000, 5000},
+                               {20000000, 10000}, {50000000, 20000}, {99950000, 50000}};
 
 int64_t hkTick(int64_t price) {
     for (const auto& t : kHkTicks)
@@ -148,7 +154,9 @@ int64_t hkTick(int64_t price) {
     return 50000;
 }
 
-int64_t roundTo(int64_t v, int64_t tick) { return tick > 0 ? (v / tick) * tick : v; }
+int64_t roundTo(int64_t v, int64_t tick) {
+    return tick > 0 ? (v / tick) * tick : v;
+}
 
 struct CProductDef {
     const char* exchange;
@@ -174,7 +182,8 @@ const CProductDef kProducts[] = {
     {"CFFEX", "IC", "中证500", 200, UNIT / 5, 5400 * UNIT, true},
 };
 
-const char* const kNameHead[] = {"华", "中", "新", "东", "安", "国", "长", "海", "金", "天", "宏", "恒", "远", "广", "联", "盛"};
+const char* const kNameHead[] = {"华", "中", "新", "东", "安", "国", "长", "海",
+                                 "金", "天", "宏", "恒", "远", "广", "联", "盛"};
 const char* const kNameMid[] = {"信", "达", "源", "泰", "通", "宇", "鑫", "瑞", "科", "川", "丰", "发"};
 const char* const kNameTail[] = {"科技", "银行", "能源", "医药", "证券", "股份", "电子", "化工",
                                  "材料", "汽车", "传媒", "环保", "电气", "食品", "地产", "机械"};
@@ -219,8 +228,9 @@ public:
 
     CGeneratorCounts run() {
         line("# Synthetic session of ttreplay generate --accounts " + std::to_string(m_options.m_nAccounts) +
-             " --records " + std::to_string(m_options.m_nRecords) + " --seed " + std::to_string(m_options.m_nSeed) +
-             " --instruments " + std::to_string(m_options.m_nInstruments));
+             " --records " + std::to_string(m_options.m_nRecords) + " --seed " +
+             std::to_string(m_options.m_nSeed) + " --instruments " +
+             std::to_string(m_options.m_nInstruments));
         line(CJson().str("event", "clock").str("start", "2024-03-15 01:25:00").done());
         makeInstruments();
         writeReference();
@@ -242,24 +252,28 @@ private:
         line(CJson().str("event", "record").str("account", a.key).raw("record", recordJson).done());
         ++m_counts.m_nRecords;
     }
-    void lifecycle(const char* event, const CAcct& a) { line(CJson().str("event", event).str("account", a.key).done()); }
+    void lifecycle(const char* event, const CAcct& a) {
+        line(CJson().str("event", event).str("account", a.key).done());
+    }
 
     std::string timeOfDay() const {
         const int64_t s = (m_clockMs / 1000) % 86400;
         char buf[16];
-        std::snprintf(buf, sizeof buf, "%02d:%02d:%02d", static_cast<int>(s / 3600), static_cast<int>(s / 60 % 60),
-                      static_cast<int>(s % 60));
+        std::snprintf(buf, sizeof buf, "%02d:%02d:%02d", static_cast<int>(s / 3600),
+                      static_cast<int>(s / 60 % 60), static_cast<int>(s % 60));
         return buf;
     }
 
     // ---- reference data ----
 
     std::string stockName() {
-        std::string n = std::string(kNameHead[m_rand.below(16)]) + kNameMid[m_rand.below(12)] + kNameTail[m_rand.below(16)];
+        std::string n = std::string(kNameHead[m_rand.below(16)]) + kNameMid[m_rand.below(12)] +
+                        kNameTail[m_rand.below(16)];
         return m_rand.chance(2) ? "*ST" + n : n;
     }
 
-    void addStocks(const std::string& exchange, uint64_t first, int count, int64_t minPx, int64_t maxPx, int limitPct) {
+    void addStocks(const std::string& exchange, uint64_t first, int count, int64_t minPx, int64_t maxPx,
+                   int limitPct) {
         uint64_t code = first;
         for (int i = 0; i < count; ++i) {
             CInst s;
@@ -319,14 +333,15 @@ private:
         uint64_t optCode = 10006001;
         for (int i = 0; i < options; ++i) {
             const bool fifty = i % 2 == 0;
-            const int64_t strike = (fifty ? 2000 : 3000) + 50 * static_cast<int64_t>((i / 2) % 24);  // 1/1000 yuan
+            const int64_t strike =
+                (fifty ? 2000 : 3000) + 50 * static_cast<int64_t>((i / 2) % 24);  // 1/1000 yuan
             CInst o;
             o.kind = OPTION;
             o.exchange = "SH";
             o.code = std::to_string(optCode++);
             o.product = fifty ? "510050" : "510300";
-            o.name = std::string(fifty ? "50ETF" : "300ETF") + ((i / 48) % 2 ? "沽" : "购") + optMonths[(i / 96) % 4] +
-                     std::to_string(strike);
+            o.name = std::string(fifty ? "50ETF" : "300ETF") + ((i / 48) % 2 ? "沽" : "购") +
+                     optMonths[(i / 96) % 4] + std::to_string(strike);
             o.tickKey = "SH_OPTION";
             o.multiple = 10000;
             o.lot = 1;
@@ -344,7 +359,8 @@ private:
             h.kind = HK;
             h.exchange = "HGT";
             h.code = pad(hkCode, 5);
-            h.name = std::string(kNameHead[m_rand.below(16)]) + kNameMid[m_rand.below(12)] + kHkTail[m_rand.below(8)];
+            h.name = std::string(kNameHead[m_rand.below(16)]) + kNameMid[m_rand.below(12)] +
+                     kHkTail[m_rand.below(8)];
             h.tickKey = "HGT";
             static const int lots[] = {100, 200, 500, 1000, 2000};
             h.lot = lots[m_rand.below(5)];
@@ -361,7 +377,9 @@ private:
 
     std::string instrumentJson(const CInst& i) const {
         CJson j;
-        j.str("m_strExchangeID", i.exchange).str("m_strInstrumentID", i.code).str("m_strInstrumentName", i.name);
+        j.str("m_strExchangeID", i.exchange)
+            .str("m_strInstrumentID", i.code)
+            .str("m_strInstrumentName", i.name);
         if (!i.product.empty()) j.str("m_strProductID", i.product);
         if (i.kind == OPTION) j.str("m_strUnderlyingInstrID", i.product);
         j.str("m_strCurrency", i.kind == HK ? "HKD" : "CNY");
@@ -379,10 +397,11 @@ private:
             const char* name;
             const char* currency;
         };
-        static const Ex exchanges[] = {{"SH", "上海证券交易所", "CNY"},   {"SZ", "深圳证券交易所", "CNY"},
-                                       {"SHFE", "上海期货交易所", "CNY"}, {"DCE", "大连商品交易所", "CNY"},
-                                       {"CZCE", "郑州商品交易所", "CNY"}, {"CFFEX", "中国金融期货交易所", "CNY"},
-                                       {"HGT", "沪港通", "HKD"}};
+        static const Ex exchanges[] = {
+            {"SH", "上海证券交易所", "CNY"},   {"SZ", "深圳证券交易所", "CNY"},
+            {"SHFE", "上海期货交易所", "CNY"}, {"DCE", "大连商品交易所", "CNY"},
+            {"CZCE", "郑州商品交易所", "CNY"}, {"CFFEX", "中国金融期货交易所", "CNY"},
+            {"HGT", "沪港通", "HKD"}};
         std::vector<std::string> ex;
         for (const Ex& e : exchanges)
             ex.push_back(CJson()
@@ -404,7 +423,8 @@ private:
             const std::vector<const CInst*>& list = byMarket[market];
             for (size_t from = 0; from < list.size(); from += 500) {
                 std::vector<std::string> items;
-                for (size_t k = from; k < list.size() && k < from + 500; ++k) items.push_back(instrumentJson(*list[k]));
+                for (size_t k = from; k < list.size() && k < from + 500; ++k)
+                    items.push_back(instrumentJson(*list[k]));
                 line(CJson()
                          .str("event", "instruments")
                          .raw("markets", from == 0 ? "[" + quoted(market) + "]" : "[]")
@@ -415,7 +435,11 @@ private:
 
         line(CJson().str("event", "tick_table").str("key", "SH").raw("ticks", "[[100000,0.01]]").done());
         line(CJson().str("event", "tick_table").str("key", "SZ").raw("ticks", "[[100000,0.01]]").done());
-        line(CJson().str("event", "tick_table").str("key", "SH_OPTION").raw("ticks", "[[10000,0.0001]]").done());
+        line(CJson()
+                 .str("event", "tick_table")
+                 .str("key", "SH_OPTION")
+                 .raw("ticks", "[[10000,0.0001]]")
+                 .done());
         for (const CProductDef& p : kProducts)
             line(CJson()
                      .str("event", "tick_table")
@@ -454,36 +478,36 @@ private:
             int size = 40;
             int64_t cash = 0;
             switch (a.family) {
-            case FAMILY_STOCK:
-                a.platform = 10001 + n % 3;
-                a.type = 2;
-                a.id = "880" + pad(static_cast<uint64_t>(100 + n), 5);
-                cash = m_rand.range(100, 500) * 10000 * UNIT;
-                break;
-            case FAMILY_FUTURE:
-                a.platform = 20001 + n % 3;
-                a.type = 1;
-                a.id = "9100" + pad(static_cast<uint64_t>(n), 4);
-                pool = &futures;
-                size = 14;
-                cash = m_rand.range(50, 200) * 10000 * UNIT;
-                break;
-            case FAMILY_OPTION:
-                a.platform = 60001 + n % 2;
-                a.type = 6;
-                a.id = "3010" + pad(static_cast<uint64_t>(n), 6);
-                pool = &options;
-                size = 24;
-                cash = m_rand.range(20, 60) * 10000 * UNIT;
-                break;
-            case FAMILY_HGT:
-                a.platform = 51001;
-                a.type = 7;
-                a.id = "881" + pad(static_cast<uint64_t>(100 + n), 5);
-                pool = &hk;
-                size = 30;
-                cash = m_rand.range(100, 300) * 10000 * UNIT;
-                break;
+                case FAMILY_STOCK:
+                    a.platform = 10001 + n % 3;
+                    a.type = 2;
+                    a.id = "880" + pad(static_cast<uint64_t>(100 + n), 5);
+                    cash = m_rand.range(100, 500) * 10000 * UNIT;
+                    break;
+                case FAMILY_FUTURE:
+                    a.platform = 20001 + n % 3;
+                    a.type = 1;
+                    a.id = "9100" + pad(static_cast<uint64_t>(n), 4);
+                    pool = &futures;
+                    size = 14;
+                    cash = m_rand.range(50, 200) * 10000 * UNIT;
+                    break;
+                case FAMILY_OPTION:
+                    a.platform = 60001 + n % 2;
+                    a.type = 6;
+                    a.id = "3010" + pad(static_cast<uint64_t>(n), 6);
+                    pool = &options;
+                    size = 24;
+                    cash = m_rand.range(20, 60) * 10000 * UNIT;
+                    break;
+                case FAMILY_HGT:
+                    a.platform = 51001;
+                    a.type = 7;
+                    a.id = "881" + pad(static_cast<uint64_t>(100 + n), 5);
+                    pool = &hk;
+                    size = 30;
+                    cash = m_rand.range(100, 300) * 10000 * UNIT;
+                    break;
             }
             a.key = std::to_string(a.platform) + "_" + a.id;
             std::set<int> chosen;
@@ -498,7 +522,8 @@ private:
 
     std::string accountDetailJson(const CAcct& a) const {
         int64_t value = 0;
-        for (const auto& kv : a.positions) value += m_insts[kv.first.first].last * kv.second.volume * m_insts[kv.first.first].multiple;
+        for (const auto& kv : a.positions)
+            value += m_insts[kv.first.first].last * kv.second.volume * m_insts[kv.first.first].multiple;
         const int64_t balance = a.available + a.frozen + a.margin;
         CJson j;
         j.str("class", a.family == FAMILY_FUTURE ? "CFtAccountDetail" : "CAccountDetail")
@@ -508,8 +533,10 @@ private:
             .px("m_dAvailable", a.available)
             .px("m_dFrozenCash", a.frozen)
             .px("m_dCommission", a.commission);
-        if (a.family == FAMILY_FUTURE) j.px("m_dCurrMargin", a.margin).px("m_dCloseProfit", a.closeProfit);
-        else j.px("m_dStockValue", value).px("m_dAssureAsset", balance + value);
+        if (a.family == FAMILY_FUTURE)
+            j.px("m_dCurrMargin", a.margin).px("m_dCloseProfit", a.closeProfit);
+        else
+            j.px("m_dStockValue", value).px("m_dAssureAsset", balance + value);
         return j.done();
     }
 
@@ -548,7 +575,8 @@ private:
         lifecycle("register", a);
         if (a.family == FAMILY_STOCK) {
             std::vector<std::string> codes;
-            for (size_t k = 0; k < a.universe.size() && k < 5; ++k) codes.push_back(quoted(m_insts[a.universe[k]].code));
+            for (size_t k = 0; k < a.universe.size() && k < 5; ++k)
+                codes.push_back(quoted(m_insts[a.universe[k]].code));
             const std::string rate = CJson()
                                          .str("m_strCategory", "10001")
                                          .raw("m_mapCustomCategory", "{\"10001\":" + jsonArray(codes) + "}")
@@ -565,7 +593,8 @@ private:
                      .done());
         } else if (a.family == FAMILY_FUTURE) {
             std::vector<std::string> codes;
-            for (size_t k = 0; k < a.universe.size() && k < 3; ++k) codes.push_back(quoted(m_insts[a.universe[k]].code));
+            for (size_t k = 0; k < a.universe.size() && k < 3; ++k)
+                codes.push_back(quoted(m_insts[a.universe[k]].code));
             const std::string list = "{\"10010\":" + jsonArray(codes) + "}";
             const std::string commission = CJson()
                                                .str("m_strCategory", "10010")
@@ -623,16 +652,20 @@ private:
 
     int64_t feeOf(const CAcct& a, int64_t amount, int volume, bool sell) const {
         switch (a.family) {
-        case FAMILY_STOCK: return std::max<int64_t>(amount * 25 / 100000, 5 * UNIT) + (sell ? amount * 5 / 10000 : 0);
-        case FAMILY_FUTURE: return std::max<int64_t>(amount / 10000, 3 * UNIT * volume);
-        case FAMILY_OPTION: return 16000 * volume / 10;
-        case FAMILY_HGT: return std::max<int64_t>(amount * 8 / 10000, 50 * UNIT) + amount / 1000;
+            case FAMILY_STOCK:
+                return std::max<int64_t>(amount * 25 / 100000, 5 * UNIT) + (sell ? amount * 5 / 10000 : 0);
+            case FAMILY_FUTURE:
+                return std::max<int64_t>(amount / 10000, 3 * UNIT * volume);
+            case FAMILY_OPTION:
+                return 16000 * volume / 10;
+            case FAMILY_HGT:
+                return std::max<int64_t>(amount * 8 / 10000, 50 * UNIT) + amount / 1000;
         }
         return 0;
     }
 
-    std::string orderJson(const CAcct& a, const COrd& o, int status, int submit, const std::string& cancelTime,
-                          const std::string& error) const {
+    std::string orderJson(const CAcct& a, const COrd& o, int status, int submit,
+                          const std::string& cancelTime, const std::string& error) const {
         const CInst& i = m_insts[o.inst];
         CJson j;
         j.str("class", "COrderDetail")
@@ -650,7 +683,9 @@ private:
             .num("m_nVolumeTotalOriginal", o.volume)
             .num("m_nVolumeTraded", o.traded)
             .px("m_dLimitPrice", o.price);
-        if (o.traded) j.px("m_dTradedPrice", o.amount / (static_cast<int64_t>(o.traded) * i.multiple)).px("m_dTradeAmount", o.amount);
+        if (o.traded)
+            j.px("m_dTradedPrice", o.amount / (static_cast<int64_t>(o.traded) * i.multiple))
+                .px("m_dTradeAmount", o.amount);
         if (o.commission) j.px("m_dCommission", o.commission);
         j.str("m_strInsertDate", kTradeDay).str("m_strInsertTime", o.time);
         if (!cancelTime.empty()) j.str("m_strCancelTime", cancelTime);
@@ -691,7 +726,8 @@ private:
             o.dir = 49;
             o.offset = 49;
             o.op = a.family == FAMILY_OPTION ? 33 : 19;
-            const int64_t lots = std::max<int64_t>(1, std::min<int64_t>(longPos->canUse / i.lot, m_rand.range(1, 10)));
+            const int64_t lots =
+                std::max<int64_t>(1, std::min<int64_t>(longPos->canUse / i.lot, m_rand.range(1, 10)));
             o.volume = static_cast<int>(std::min<int64_t>(lots * i.lot, longPos->canUse));
         } else {
             o.dir = 48;
@@ -708,7 +744,8 @@ private:
         const bool opens = o.offset == 48;
         if (opens) {
             const int64_t amount = o.price * o.volume * i.multiple;
-            const int64_t need = (a.family == FAMILY_FUTURE ? amount / 10 : amount) + feeOf(a, amount, o.volume, false);
+            const int64_t need =
+                (a.family == FAMILY_FUTURE ? amount / 10 : amount) + feeOf(a, amount, o.volume, false);
             if (need > a.available) {
                 record(a, orderJson(a, o, 57, 52, std::string(), "可用资金不足"));
                 return;
@@ -729,7 +766,8 @@ private:
         CInst& i = m_insts[o.inst];
         const int remaining = o.volume - o.traded;
         int vol = remaining;
-        if (remaining > i.lot && m_rand.chance(45)) vol = static_cast<int>(m_rand.range(1, remaining / i.lot - (remaining % i.lot ? 0 : 1)) * i.lot);
+        if (remaining > i.lot && m_rand.chance(45))
+            vol = static_cast<int>(m_rand.range(1, remaining / i.lot - (remaining % i.lot ? 0 : 1)) * i.lot);
         if (vol <= 0 || vol > remaining) vol = remaining;
         const int64_t price = o.price;
         const int64_t amount = price * vol * i.multiple;
@@ -832,8 +870,10 @@ private:
             .px("m_dLastPrice", i.last)
             .px("m_dPreClosePrice", i.preClose);
         if (i.upper) q.px("m_dUpperLimitPrice", i.upper).px("m_dLowerLimitPrice", i.lower);
-        static const char* const bids[] = {"m_dBidPrice1", "m_dBidPrice2", "m_dBidPrice3", "m_dBidPrice4", "m_dBidPrice5"};
-        static const char* const asks[] = {"m_dAskPrice1", "m_dAskPrice2", "m_dAskPrice3", "m_dAskPrice4", "m_dAskPrice5"};
+        static const char* const bids[] = {"m_dBidPrice1", "m_dBidPrice2", "m_dBidPrice3", "m_dBidPrice4",
+                                           "m_dBidPrice5"};
+        static const char* const asks[] = {"m_dAskPrice1", "m_dAskPrice2", "m_dAskPrice3", "m_dAskPrice4",
+                                           "m_dAskPrice5"};
         const int levels = m_rand.chance(10) ? 2 : 5;  // a thin book now and then
         for (int k = 0; k < levels; ++k) {
             if (i.last - step * (k + 1) > 0) q.px(bids[k], i.last - step * (k + 1));
@@ -847,54 +887,64 @@ private:
         const CAcct& a = m_accounts[m_rand.below(m_accounts.size())];
         const CInst& i = m_insts[a.universe[m_rand.below(a.universe.size())]];
         switch (m_rand.below(6)) {
-        case 0:
-            line(CJson()
-                     .str("event", "query")
-                     .str("what", "undealt_volume")
-                     .str("account", a.key)
-                     .str("instrument", a.open.empty() ? i.code : m_insts[a.open.front().inst].code)
-                     .done());
-            break;
-        case 1: {
-            const bool sell = m_rand.chance(50);
-            line(CJson()
-                     .str("event", "query")
-                     .str("what", "order_price")
-                     .str("exchange", i.exchange)
-                     .str("instrument", i.code)
-                     .num("price_type", static_cast<int64_t>(m_rand.below(15)))
-                     .num("operation", a.family == FAMILY_FUTURE ? (sell ? 3 : 0) : (sell ? 19 : 18))
-                     .str("for", m_rand.chance(50) ? "order" : "calc")
-                     .done());
-            break;
-        }
-        case 2:
-            line(CJson().str("event", "query").str("what", "tick_size").str("key", i.tickKey).px("price", i.last).done());
-            break;
-        case 3:
-            line(CJson()
-                     .str("event", "query")
-                     .str("what", "can_order_volume")
-                     .str("account", a.key)
-                     .str("exchange", i.exchange)
-                     .str("instrument", i.code)
-                     .num("direction", 48)
-                     .num("offset", 48)
-                     .px("price", i.last)
-                     .done());
-            break;
-        case 4:
-            line(CJson().str("event", "query").str("what", "instrument").str("market", i.exchange).str("code", i.code).done());
-            break;
-        default:
-            line(CJson()
-                     .str("event", "query")
-                     .str("what", "fees")
-                     .str("account", a.key)
-                     .str("exchange", i.exchange)
-                     .str("instrument", i.code)
-                     .done());
-            break;
+            case 0:
+                line(CJson()
+                         .str("event", "query")
+                         .str("what", "undealt_volume")
+                         .str("account", a.key)
+                         .str("instrument", a.open.empty() ? i.code : m_insts[a.open.front().inst].code)
+                         .done());
+                break;
+            case 1: {
+                const bool sell = m_rand.chance(50);
+                line(CJson()
+                         .str("event", "query")
+                         .str("what", "order_price")
+                         .str("exchange", i.exchange)
+                         .str("instrument", i.code)
+                         .num("price_type", static_cast<int64_t>(m_rand.below(15)))
+                         .num("operation", a.family == FAMILY_FUTURE ? (sell ? 3 : 0) : (sell ? 19 : 18))
+                         .str("for", m_rand.chance(50) ? "order" : "calc")
+                         .done());
+                break;
+            }
+            case 2:
+                line(CJson()
+                         .str("event", "query")
+                         .str("what", "tick_size")
+                         .str("key", i.tickKey)
+                         .px("price", i.last)
+                         .done());
+                break;
+            case 3:
+                line(CJson()
+                         .str("event", "query")
+                         .str("what", "can_order_volume")
+                         .str("account", a.key)
+                         .str("exchange", i.exchange)
+                         .str("instrument", i.code)
+                         .num("direction", 48)
+                         .num("offset", 48)
+                         .px("price", i.last)
+                         .done());
+                break;
+            case 4:
+                line(CJson()
+                         .str("event", "query")
+                         .str("what", "instrument")
+                         .str("market", i.exchange)
+                         .str("code", i.code)
+                         .done());
+                break;
+            default:
+                line(CJson()
+                         .str("event", "query")
+                         .str("what", "fees")
+                         .str("account", a.key)
+                         .str("exchange", i.exchange)
+                         .str("instrument", i.code)
+                         .done());
+                break;
         }
     }
 
@@ -911,10 +961,14 @@ private:
             const size_t index = m_rand.below(m_accounts.size());
             CAcct& a = m_accounts[index];
             const uint64_t r = m_rand.below(100);
-            if (a.open.empty() || r < 40) newOrder(a);
-            else if (r < 80) fill(a, m_rand.below(a.open.size()));
-            else if (r < 92) cancel(a, m_rand.below(a.open.size()));
-            else record(a, accountDetailJson(a));
+            if (a.open.empty() || r < 40)
+                newOrder(a);
+            else if (r < 80)
+                fill(a, m_rand.below(a.open.size()));
+            else if (r < 92)
+                cancel(a, m_rand.below(a.open.size()));
+            else
+                record(a, accountDetailJson(a));
 
             if (actions % 8 == 0) quote();
             if (actions % 150 == 0) line(CJson().str("event", "advance").num("ms", 1000).done());

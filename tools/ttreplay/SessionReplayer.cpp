@@ -1,5 +1,17 @@
 #include "SessionReplayer.h"
 
+#include <boost/date_time/posix_time/posix_time.hpp>
+#include <boost/make_shared.hpp>
+#include <boost/thread/mutex.hpp>
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <ostream>
+#include <set>
+#include <sstream>
+#include <unordered_map>
+#include <vector>
+
 #include "base/TraderCenter.h"
 #include "base/data/CAccountData.h"
 #include "base/data/COrderDetailHelper.h"
@@ -9,19 +21,6 @@
 #include "impl/base/QuoteBoard.h"
 #include "net/RPCEngine.h"
 #include "records/RecordJson.h"
-
-#include <boost/date_time/posix_time/posix_time.hpp>
-#include <boost/make_shared.hpp>
-#include <boost/thread/mutex.hpp>
-
-#include <cmath>
-#include <cstdio>
-#include <map>
-#include <ostream>
-#include <set>
-#include <sstream>
-#include <unordered_map>
-#include <vector>
 
 namespace ttservice {
 namespace replay {
@@ -112,36 +111,48 @@ void appendQuoted(const std::string& text, std::string& out) {
 
 void appendCompact(const Json::Value& v, std::string& out) {
     switch (v.type()) {
-    case Json::nullValue: out += "null"; break;
-    case Json::intValue: out += std::to_string(v.asLargestInt()); break;
-    case Json::uintValue: out += std::to_string(v.asLargestUInt()); break;
-    case Json::realValue: out += formatNumber(v.asDouble()); break;
-    case Json::stringValue: appendQuoted(v.asString(), out); break;
-    case Json::booleanValue: out += v.asBool() ? "true" : "false"; break;
-    case Json::arrayValue: {
-        out += '[';
-        bool first = true;
-        for (const Json::Value& item : v) {
-            if (!first) out += ',';
-            first = false;
-            appendCompact(item, out);
+        case Json::nullValue:
+            out += "null";
+            break;
+        case Json::intValue:
+            out += std::to_string(v.asLargestInt());
+            break;
+        case Json::uintValue:
+            out += std::to_string(v.asLargestUInt());
+            break;
+        case Json::realValue:
+            out += formatNumber(v.asDouble());
+            break;
+        case Json::stringValue:
+            appendQuoted(v.asString(), out);
+            break;
+        case Json::booleanValue:
+            out += v.asBool() ? "true" : "false";
+            break;
+        case Json::arrayValue: {
+            out += '[';
+            bool first = true;
+            for (const Json::Value& item : v) {
+                if (!first) out += ',';
+                first = false;
+                appendCompact(item, out);
+            }
+            out += ']';
+            break;
         }
-        out += ']';
-        break;
-    }
-    case Json::objectValue: {
-        out += '{';
-        bool first = true;
-        for (Json::Value::const_iterator it = v.begin(); it != v.end(); ++it) {
-            if (!first) out += ',';
-            first = false;
-            appendQuoted(it.name(), out);
-            out += ':';
-            appendCompact(*it, out);
+        case Json::objectValue: {
+            out += '{';
+            bool first = true;
+            for (Json::Value::const_iterator it = v.begin(); it != v.end(); ++it) {
+                if (!first) out += ',';
+                first = false;
+                appendQuoted(it.name(), out);
+                out += ':';
+                appendCompact(*it, out);
+            }
+            out += '}';
+            break;
         }
-        out += '}';
-        break;
-    }
     }
 }
 
@@ -171,13 +182,18 @@ std::string platformFamily(int platformId) {
 
 // The fee merge that fits a platform; false for a platform with none.
 bool feeFamilyOf(int platformId, EFeeFamily& family) {
-    if (DataHelper::isStockPlatform(platformId) || DataHelper::isStockOptionPlatform(platformId)) family = FEE_STOCK;
+    if (DataHelper::isStockPlatform(platformId) || DataHelper::isStockOptionPlatform(platformId))
+        family = FEE_STOCK;
     else if (DataHelper::isFuturePlatform(platformId) || DataHelper::isFutureOptionPlatform(platformId))
         family = FEE_FUTURE;
-    else if (DataHelper::isHGTPlatform(platformId)) family = FEE_HGT;
-    else if (DataHelper::isSGTPlatform(platformId)) family = FEE_SGT;
-    else if (DataHelper::isForeignPlatform(platformId)) family = FEE_FOREIGN;
-    else return false;
+    else if (DataHelper::isHGTPlatform(platformId))
+        family = FEE_HGT;
+    else if (DataHelper::isSGTPlatform(platformId))
+        family = FEE_SGT;
+    else if (DataHelper::isForeignPlatform(platformId))
+        family = FEE_FOREIGN;
+    else
+        return false;
     return true;
 }
 
@@ -218,18 +234,23 @@ public:
         if (m_inner) m_inner->updatePrice(account, changes);
     }
     double getCanOrderVolume(const CAccountDataPtr& account, const std::string& exchange,
-                             const std::string& instrument, int direction, int offset, double price) override {
-        return m_inner ? m_inner->getCanOrderVolume(account, exchange, instrument, direction, offset, price) : 0.0;
+                             const std::string& instrument, int direction, int offset,
+                             double price) override {
+        return m_inner ? m_inner->getCanOrderVolume(account, exchange, instrument, direction, offset, price)
+                       : 0.0;
     }
     void getCanOrderVolumeWithReason(const CAccountDataPtr& account, const std::string& exchange,
                                      const std::string& instrument, int direction, int offset, double price,
                                      const CStructVolumePtr& out) override {
-        if (m_inner) m_inner->getCanOrderVolumeWithReason(account, exchange, instrument, direction, offset, price, out);
+        if (m_inner)
+            m_inner->getCanOrderVolumeWithReason(account, exchange, instrument, direction, offset, price,
+                                                 out);
     }
     double getSingleOpVolume(const CAccountDataPtr& account, const std::string& exchange,
                              const std::string& instrument, int direction, int offset, double price,
                              double amount) override {
-        return m_inner ? m_inner->getSingleOpVolume(account, exchange, instrument, direction, offset, price, amount)
+        return m_inner ? m_inner->getSingleOpVolume(account, exchange, instrument, direction, offset, price,
+                                                    amount)
                        : 0.0;
     }
 
@@ -292,7 +313,8 @@ Json::Value changesJson(const PriceChangeMap& changes) {
 
 class CSessionReplayer::CImpl {
 public:
-    CImpl(const CReplayOptions& options, std::ostream& out, std::ostream& err, const ICalculatorPtr& calculator);
+    CImpl(const CReplayOptions& options, std::ostream& out, std::ostream& err,
+          const ICalculatorPtr& calculator);
     ~CImpl();
 
     bool replayLine(const std::string& line, int64_t lineNo);
@@ -324,7 +346,8 @@ private:
     boost::shared_ptr<void> m_listener;
     std::map<std::string, std::unique_ptr<CAccountEntry> > m_accounts;
     std::unordered_map<const CAccountInfo*, CAccountEntry*> m_byInfo;
-    std::unordered_map<const RecordType*, int> m_accountInfoField;  // per class: index of m_accountInfo, or -1
+    std::unordered_map<const RecordType*, int>
+        m_accountInfoField;    // per class: index of m_accountInfo, or -1
     std::vector<int> m_kinds;  // every kind of the record library, ascending
     int64_t m_nLine = 0;
     bool m_bFinished = false;
@@ -385,7 +408,9 @@ CSessionReplayer::CImpl::~CImpl() {
     engine->useSystemClock();
 }
 
-std::string CSessionReplayer::CImpl::prefix() const { return "line " + std::to_string(m_nLine) + " "; }
+std::string CSessionReplayer::CImpl::prefix() const {
+    return "line " + std::to_string(m_nLine) + " ";
+}
 
 bool CSessionReplayer::CImpl::fail(int64_t lineNo, const std::string& reason) {
     ++m_counters.m_nErrors;
@@ -428,7 +453,8 @@ void CSessionReplayer::CImpl::subscribeAll(CAccountEntry& a) {
     a.m_subs.reserve(m_kinds.size());
     for (int kind : m_kinds) {
         uint64_t* counter = &a.m_received[kind];
-        a.m_subs.push_back(a.m_store->subscribe(kind, std::string(), [counter](const IDataPtr&) { ++*counter; }));
+        a.m_subs.push_back(
+            a.m_store->subscribe(kind, std::string(), [counter](const IDataPtr&) { ++*counter; }));
     }
 }
 
@@ -440,8 +466,10 @@ void CSessionReplayer::CImpl::onBatch(const CAccountInfoPtr& info, const std::ve
     log.m_nSlots = datas.size();
     const size_t limit = m_options.m_nListLimit;
     for (const IDataPtr& d : datas) {
-        if (!d) ++log.m_nEmpty;
-        else ++a->m_replayed[d->getKind()];
+        if (!d)
+            ++log.m_nEmpty;
+        else
+            ++a->m_replayed[d->getKind()];
         if (limit == 0 || log.m_order.size() < limit)
             log.m_order.emplace_back(d ? d->getKind() : -1, d ? d->getKey() : std::string());
     }
@@ -462,205 +490,215 @@ bool CSessionReplayer::CImpl::replayLine(const std::string& line, int64_t lineNo
 
 bool CSessionReplayer::CImpl::apply(CSessionEvent& e, std::string* why) {
     switch (e.m_eKind) {
-    case CSessionEvent::RECORD: {
-        CAccountEntry* a = find(e.m_strAccount, why);
-        if (!a) return false;
-        // A record of the account with no account info gets the account's.
-        const RecordType* type = &e.m_record->recordType();
-        std::unordered_map<const RecordType*, int>::iterator f = m_accountInfoField.find(type);
-        if (f == m_accountInfoField.end())
-            f = m_accountInfoField.emplace(type, type->fieldIndex("m_accountInfo")).first;
-        if (f->second >= 0 && !e.m_record->getRecord(f->second)) e.m_record->setData(f->second, a->m_info);
-        if (e.m_bFlag) a->m_bCacheOnlySent = true;
-        a->m_store->updateData(e.m_record, e.m_bFlag);
-        ++m_counters.m_nRecords;
-        return true;
-    }
-    case CSessionEvent::QUOTE:
-        m_board->publishQuote(boost::static_pointer_cast<CPriceData>(e.m_record));
-        return true;
-    case CSessionEvent::ADVANCE: {
-        const size_t fired = net::RPCEngine::instance()->advanceClock(boost::posix_time::milliseconds(e.m_nMillis));
-        std::vector<CReplayCalculator::CRevaluation> revaluations = m_calc->take();
-        Json::Value result(Json::objectValue);
-        result["event"] = "advance";
-        result["ms"] = Json::Int64(e.m_nMillis);
-        result["timersFired"] = Json::UInt64(fired);
-        result["revaluations"] = Json::Value(Json::arrayValue);
-        std::ostringstream text;
-        text << "advance " << e.m_nMillis << " ms: " << fired << " timer(s) fired, " << revaluations.size()
-             << " revaluation(s)";
-        for (const CReplayCalculator::CRevaluation& r : revaluations) {
-            Json::Value rv(Json::objectValue);
-            rv["account"] = r.m_strAccount;
-            rv["changes"] = changesJson(r.m_changes);
-            result["revaluations"].append(rv);
-            text << "\n  revalue " << r.m_strAccount << ":";
-            for (const auto& kv : r.m_changes) text << " " << kv.first << "=" << formatNumber(kv.second);
-            std::map<std::string, std::unique_ptr<CAccountEntry> >::iterator a = m_accounts.find(r.m_strAccount);
-            if (a != m_accounts.end()) {
-                ++a->second->m_nRevaluations;
-                a->second->m_lastChanges = r.m_changes;
+        case CSessionEvent::RECORD: {
+            CAccountEntry* a = find(e.m_strAccount, why);
+            if (!a) return false;
+            // A record of the account with no account info gets the account's.
+            const RecordType* type = &e.m_record->recordType();
+            std::unordered_map<const RecordType*, int>::iterator f = m_accountInfoField.find(type);
+            if (f == m_accountInfoField.end())
+                f = m_accountInfoField.emplace(type, type->fieldIndex("m_accountInfo")).first;
+            if (f->second >= 0 && !e.m_record->getRecord(f->second))
+                e.m_record->setData(f->second, a->m_info);
+            if (e.m_bFlag) a->m_bCacheOnlySent = true;
+            a->m_store->updateData(e.m_record, e.m_bFlag);
+            ++m_counters.m_nRecords;
+            return true;
+        }
+        case CSessionEvent::QUOTE:
+            m_board->publishQuote(boost::static_pointer_cast<CPriceData>(e.m_record));
+            return true;
+        case CSessionEvent::ADVANCE: {
+            const size_t fired =
+                net::RPCEngine::instance()->advanceClock(boost::posix_time::milliseconds(e.m_nMillis));
+            std::vector<CReplayCalculator::CRevaluation> revaluations = m_calc->take();
+            Json::Value result(Json::objectValue);
+            result["event"] = "advance";
+            result["ms"] = Json::Int64(e.m_nMillis);
+            result["timersFired"] = Json::UInt64(fired);
+            result["revaluations"] = Json::Value(Json::arrayValue);
+            std::ostringstream text;
+            text << "advance " << e.m_nMillis << " ms: " << fired << " timer(s) fired, "
+                 << revaluations.size() << " revaluation(s)";
+            for (const CReplayCalculator::CRevaluation& r : revaluations) {
+                Json::Value rv(Json::objectValue);
+                rv["account"] = r.m_strAccount;
+                rv["changes"] = changesJson(r.m_changes);
+                result["revaluations"].append(rv);
+                text << "\n  revalue " << r.m_strAccount << ":";
+                for (const auto& kv : r.m_changes) text << " " << kv.first << "=" << formatNumber(kv.second);
+                std::map<std::string, std::unique_ptr<CAccountEntry> >::iterator a =
+                    m_accounts.find(r.m_strAccount);
+                if (a != m_accounts.end()) {
+                    ++a->second->m_nRevaluations;
+                    a->second->m_lastChanges = r.m_changes;
+                }
             }
+            emit(result, text.str());
+            return true;
         }
-        emit(result, text.str());
-        return true;
-    }
-    case CSessionEvent::CLOCK:
-        if (!net::RPCEngine::instance()->useManualClock(e.m_clock)) {
-            *why = "the clock can be set only while no refresh timer is armed (before any account is initialised)";
-            return false;
+        case CSessionEvent::CLOCK:
+            if (!net::RPCEngine::instance()->useManualClock(e.m_clock)) {
+                *why =
+                    "the clock can be set only while no refresh timer is armed (before any account is "
+                    "initialised)";
+                return false;
+            }
+            return true;
+        case CSessionEvent::EXCHANGES: {
+            std::vector<CExchangeDetailPtr> exchanges;
+            for (const IDataPtr& r : e.m_records)
+                exchanges.push_back(boost::static_pointer_cast<CExchangeDetail>(r));
+            m_dc->setExchanges(exchanges);
+            return true;
         }
-        return true;
-    case CSessionEvent::EXCHANGES: {
-        std::vector<CExchangeDetailPtr> exchanges;
-        for (const IDataPtr& r : e.m_records) exchanges.push_back(boost::static_pointer_cast<CExchangeDetail>(r));
-        m_dc->setExchanges(exchanges);
-        return true;
-    }
-    case CSessionEvent::INSTRUMENTS: {
-        std::vector<CInstrumentDetailPtr> details;
-        details.reserve(e.m_records.size());
-        for (const IDataPtr& r : e.m_records) details.push_back(boost::static_pointer_cast<CInstrumentDetail>(r));
-        m_dc->setInstrumentDetail(e.m_markets, details);
-        return true;
-    }
-    case CSessionEvent::TICK_TABLE:
-        for (const auto& t : e.m_ticks) m_dc->setPriceDiff(e.m_strKey, t.first, t.second);
-        return true;
-    case CSessionEvent::EXCHANGE_RATE:
-        m_dc->setExchangeRate(boost::static_pointer_cast<CExchangeRate>(e.m_record));
-        return true;
-    case CSessionEvent::CUSTOM_FEES: {
-        CAccountEntry* a = find(e.m_strAccount, why);
-        if (!a) return false;
-        // A table without an account key is the account's.
-        const int keyField = e.m_record->recordType().fieldIndex("m_strAccountKey");
-        if (keyField >= 0 && e.m_record->getString(keyField).empty()) e.m_record->setString(keyField, a->m_strKey);
-        switch (e.m_eFamily) {
-        case FEE_STOCK:
-            m_dc->setAccountsStockInstrumentFee(
-                {{a->m_info, boost::static_pointer_cast<CCustomStockInstrumentFee>(e.m_record)}});
-            break;
-        case FEE_FUTURE:
-            m_dc->setAccountFutureInstruemntFee(
-                {{a->m_info, boost::static_pointer_cast<CCustomFutureInstrumentFee>(e.m_record)}});
-            break;
-        case FEE_HGT:
-            m_dc->setAccountsHGTInstrumentFee(
-                {{a->m_info, boost::static_pointer_cast<CCustomHGTInstrumentFee>(e.m_record)}});
-            break;
-        case FEE_SGT:
-            m_dc->setAccountsSgtInstrumentFee(
-                {{a->m_info, boost::static_pointer_cast<CCustomSgtInstrumentFee>(e.m_record)}});
-            break;
-        case FEE_FOREIGN:
-            m_dc->setAccountForeignInstruemntFee(
-                {{a->m_info, boost::static_pointer_cast<CCustomSPInstrumentFee>(e.m_record)}});
-            break;
+        case CSessionEvent::INSTRUMENTS: {
+            std::vector<CInstrumentDetailPtr> details;
+            details.reserve(e.m_records.size());
+            for (const IDataPtr& r : e.m_records)
+                details.push_back(boost::static_pointer_cast<CInstrumentDetail>(r));
+            m_dc->setInstrumentDetail(e.m_markets, details);
+            return true;
         }
-        return true;
-    }
-    case CSessionEvent::CREATE_ACCOUNT: {
-        std::map<std::string, std::unique_ptr<CAccountEntry> >::iterator it = m_accounts.find(e.m_strAccount);
-        if (it != m_accounts.end()) {
-            *why = "account '" + e.m_strAccount + "' was already created at line " +
-                   std::to_string(it->second->m_nCreatedLine);
-            return false;
+        case CSessionEvent::TICK_TABLE:
+            for (const auto& t : e.m_ticks) m_dc->setPriceDiff(e.m_strKey, t.first, t.second);
+            return true;
+        case CSessionEvent::EXCHANGE_RATE:
+            m_dc->setExchangeRate(boost::static_pointer_cast<CExchangeRate>(e.m_record));
+            return true;
+        case CSessionEvent::CUSTOM_FEES: {
+            CAccountEntry* a = find(e.m_strAccount, why);
+            if (!a) return false;
+            // A table without an account key is the account's.
+            const int keyField = e.m_record->recordType().fieldIndex("m_strAccountKey");
+            if (keyField >= 0 && e.m_record->getString(keyField).empty())
+                e.m_record->setString(keyField, a->m_strKey);
+            switch (e.m_eFamily) {
+                case FEE_STOCK:
+                    m_dc->setAccountsStockInstrumentFee(
+                        {{a->m_info, boost::static_pointer_cast<CCustomStockInstrumentFee>(e.m_record)}});
+                    break;
+                case FEE_FUTURE:
+                    m_dc->setAccountFutureInstruemntFee(
+                        {{a->m_info, boost::static_pointer_cast<CCustomFutureInstrumentFee>(e.m_record)}});
+                    break;
+                case FEE_HGT:
+                    m_dc->setAccountsHGTInstrumentFee(
+                        {{a->m_info, boost::static_pointer_cast<CCustomHGTInstrumentFee>(e.m_record)}});
+                    break;
+                case FEE_SGT:
+                    m_dc->setAccountsSgtInstrumentFee(
+                        {{a->m_info, boost::static_pointer_cast<CCustomSgtInstrumentFee>(e.m_record)}});
+                    break;
+                case FEE_FOREIGN:
+                    m_dc->setAccountForeignInstruemntFee(
+                        {{a->m_info, boost::static_pointer_cast<CCustomSPInstrumentFee>(e.m_record)}});
+                    break;
+            }
+            return true;
         }
-        std::unique_ptr<CAccountEntry> a(new CAccountEntry);
-        a->m_strKey = e.m_strAccount;
-        a->m_info = boost::static_pointer_cast<CAccountInfo>(e.m_record);
-        a->m_nCreatedLine = m_nLine;
-        a->m_store = boost::make_shared<CAccountData>(static_cast<int>(e.m_nMillis));
-        a->m_store->setAccountInfo(a->m_info);
-        subscribeAll(*a);
-        m_byInfo[a->m_info.get()] = a.get();
-        m_accounts.emplace(e.m_strAccount, std::move(a));
-        return true;
-    }
-    case CSessionEvent::REGISTER: {
-        CAccountEntry* a = find(e.m_strAccount, why);
-        if (!a) return false;
-        if (a->m_bRegistered) {
-            *why = "account '" + a->m_strKey + "' is already registered";
-            return false;
+        case CSessionEvent::CREATE_ACCOUNT: {
+            std::map<std::string, std::unique_ptr<CAccountEntry> >::iterator it =
+                m_accounts.find(e.m_strAccount);
+            if (it != m_accounts.end()) {
+                *why = "account '" + e.m_strAccount + "' was already created at line " +
+                       std::to_string(it->second->m_nCreatedLine);
+                return false;
+            }
+            std::unique_ptr<CAccountEntry> a(new CAccountEntry);
+            a->m_strKey = e.m_strAccount;
+            a->m_info = boost::static_pointer_cast<CAccountInfo>(e.m_record);
+            a->m_nCreatedLine = m_nLine;
+            a->m_store = boost::make_shared<CAccountData>(static_cast<int>(e.m_nMillis));
+            a->m_store->setAccountInfo(a->m_info);
+            subscribeAll(*a);
+            m_byInfo[a->m_info.get()] = a.get();
+            m_accounts.emplace(e.m_strAccount, std::move(a));
+            return true;
         }
-        m_dc->addAccount(a->m_strKey, a->m_store);
-        a->m_bRegistered = true;
-        a->m_bRemoved = false;
-        return true;
-    }
-    case CSessionEvent::START_CACHE: {
-        CAccountEntry* a = find(e.m_strAccount, why);
-        if (!a) return false;
-        a->m_store->startCacheDatas();
-        a->m_bCaching = true;
-        return true;
-    }
-    case CSessionEvent::INITIALIZE: {
-        CAccountEntry* a = find(e.m_strAccount, why);
-        if (!a) return false;
-        a->m_store->setInitialized(e.m_bFlag);
-        return true;
-    }
-    case CSessionEvent::FLUSH: {
-        CAccountEntry* a = find(e.m_strAccount, why);
-        if (!a) return false;
-        if (!a->m_bCaching && !a->m_bCacheOnlySent) {
-            *why = "flush of account '" + a->m_strKey +
-                   "' without start_cache (or a cache_only record) since its last flush: nothing is being cached";
-            return false;
+        case CSessionEvent::REGISTER: {
+            CAccountEntry* a = find(e.m_strAccount, why);
+            if (!a) return false;
+            if (a->m_bRegistered) {
+                *why = "account '" + a->m_strKey + "' is already registered";
+                return false;
+            }
+            m_dc->addAccount(a->m_strKey, a->m_store);
+            a->m_bRegistered = true;
+            a->m_bRemoved = false;
+            return true;
         }
-        const size_t before = a->m_batches.size();
-        const bool initialized = a->m_store->initialized();
-        a->m_store->flushDatas();
-        a->m_bCaching = false;
-        a->m_bCacheOnlySent = false;
-        Json::Value result(Json::objectValue);
-        result["event"] = "flush";
-        result["account"] = a->m_strKey;
-        std::string text = "flush " + a->m_strKey + ": ";
-        if (a->m_batches.size() > before) {
-            const CBatchLog& b = a->m_batches.back();
-            result["replayed"] = Json::UInt64(b.m_nSlots);
-            text += std::to_string(b.m_nSlots) + " slot(s) replayed to the data center";
-        } else {
-            result["replayed"] = 0;
-            const char* reason = !a->m_bRegistered ? "not registered: the cache is kept"
-                                 : !initialized    ? "not initialised: the cache is kept"
-                                                   : "the cache was empty";
-            result["note"] = reason;
-            text += std::string("nothing replayed (") + reason + ")";
+        case CSessionEvent::START_CACHE: {
+            CAccountEntry* a = find(e.m_strAccount, why);
+            if (!a) return false;
+            a->m_store->startCacheDatas();
+            a->m_bCaching = true;
+            return true;
         }
-        emit(result, text);
-        return true;
-    }
-    case CSessionEvent::CLEAR: {
-        CAccountEntry* a = find(e.m_strAccount, why);
-        if (!a) return false;
-        a->m_store->clear();
-        // clear() ends every subscription of the store; the replay's view subscribes again, as a
-        // terminal's view does when the account is reloaded.
-        subscribeAll(*a);
-        return true;
-    }
-    case CSessionEvent::REMOVE: {
-        CAccountEntry* a = find(e.m_strAccount, why);
-        if (!a) return false;
-        if (!a->m_bRegistered) {
-            *why = "account '" + a->m_strKey + "' is not registered";
-            return false;
+        case CSessionEvent::INITIALIZE: {
+            CAccountEntry* a = find(e.m_strAccount, why);
+            if (!a) return false;
+            a->m_store->setInitialized(e.m_bFlag);
+            return true;
         }
-        m_dc->removeAccount(a->m_strKey);
-        a->m_bRegistered = false;
-        a->m_bRemoved = true;
-        return true;
-    }
-    case CSessionEvent::QUERY:
-        if (!applyQuery(e, why)) return false;
-        ++m_counters.m_nQueries;
-        return true;
+        case CSessionEvent::FLUSH: {
+            CAccountEntry* a = find(e.m_strAccount, why);
+            if (!a) return false;
+            if (!a->m_bCaching && !a->m_bCacheOnlySent) {
+                *why = "flush of account '" + a->m_strKey +
+                       "' without start_cache (or a cache_only record) since its last flush: nothing is "
+                       "being cached";
+                return false;
+            }
+            const size_t before = a->m_batches.size();
+            const bool initialized = a->m_store->initialized();
+            a->m_store->flushDatas();
+            a->m_bCaching = false;
+            a->m_bCacheOnlySent = false;
+            Json::Value result(Json::objectValue);
+            result["event"] = "flush";
+            result["account"] = a->m_strKey;
+            std::string text = "flush " + a->m_strKey + ": ";
+            if (a->m_batches.size() > before) {
+                const CBatchLog& b = a->m_batches.back();
+                result["replayed"] = Json::UInt64(b.m_nSlots);
+                text += std::to_string(b.m_nSlots) + " slot(s) replayed to the data center";
+            } else {
+                result["replayed"] = 0;
+                const char* reason = !a->m_bRegistered ? "not registered: the cache is kept"
+                                     : !initialized    ? "not initialised: the cache is kept"
+                                                       : "the cache was empty";
+                result["note"] = reason;
+                text += std::string("nothing replayed (") + reason + ")";
+            }
+            emit(result, text);
+            return true;
+        }
+        case CSessionEvent::CLEAR: {
+            CAccountEntry* a = find(e.m_strAccount, why);
+            if (!a) return false;
+            a->m_store->clear();
+            // clear() ends every subscription of the store; the replay's view subscribes again, as a
+            // terminal's view does when the account is reloaded.
+            subscribeAll(*a);
+            return true;
+        }
+        case CSessionEvent::REMOVE: {
+            CAccountEntry* a = find(e.m_strAccount, why);
+            if (!a) return false;
+            if (!a->m_bRegistered) {
+                *why = "account '" + a->m_strKey + "' is not registered";
+                return false;
+            }
+            m_dc->removeAccount(a->m_strKey);
+            a->m_bRegistered = false;
+            a->m_bRemoved = true;
+            return true;
+        }
+        case CSessionEvent::QUERY:
+            if (!applyQuery(e, why)) return false;
+            ++m_counters.m_nQueries;
+            return true;
     }
     *why = "unhandled event";
     return false;
@@ -676,158 +714,170 @@ bool CSessionReplayer::CImpl::applyQuery(const CSessionEvent& e, std::string* wh
     if (!e.m_strId.empty()) text << " [" << e.m_strId << "]";
 
     switch (e.m_eQuery) {
-    case QUERY_CAN_ORDER_VOLUME: {
-        CAccountEntry* a = find(e.m_strAccount, why);
-        if (!a) return false;
-        result["account"] = a->m_strKey;
-        result["exchange"] = e.m_strExchange;
-        result["instrument"] = e.m_strInstrument;
-        result["direction"] = e.m_nDirection;
-        result["offset"] = e.m_nOffset;
-        result["price"] = e.m_dPrice;
-        text << " " << a->m_strKey << " " << e.m_strExchange << " " << e.m_strInstrument << " direction "
-             << e.m_nDirection << " offset " << e.m_nOffset << " price " << formatNumber(e.m_dPrice) << ": ";
-        if (!m_calc->hasVolumeCalculator()) {
-            result["answer"] = Json::Value(Json::nullValue);
-            result["note"] = "no calculator installed";
-            text << "no calculator installed";
+        case QUERY_CAN_ORDER_VOLUME: {
+            CAccountEntry* a = find(e.m_strAccount, why);
+            if (!a) return false;
+            result["account"] = a->m_strKey;
+            result["exchange"] = e.m_strExchange;
+            result["instrument"] = e.m_strInstrument;
+            result["direction"] = e.m_nDirection;
+            result["offset"] = e.m_nOffset;
+            result["price"] = e.m_dPrice;
+            text << " " << a->m_strKey << " " << e.m_strExchange << " " << e.m_strInstrument << " direction "
+                 << e.m_nDirection << " offset " << e.m_nOffset << " price " << formatNumber(e.m_dPrice)
+                 << ": ";
+            if (!m_calc->hasVolumeCalculator()) {
+                result["answer"] = Json::Value(Json::nullValue);
+                result["note"] = "no calculator installed";
+                text << "no calculator installed";
+                break;
+            }
+            CStructVolumePtr v = a->m_store->getCanOrderVolumeWithReason(
+                e.m_strExchange, e.m_strInstrument, e.m_nDirection, e.m_nOffset, e.m_dPrice);
+            result["answer"] = v->m_dVolume;
+            result["reasonCode"] = v->m_nReasonCode;
+            result["reason"] = v->m_strReason;
+            text << formatNumber(v->m_dVolume);
+            if (v->m_nReasonCode || !v->m_strReason.empty())
+                text << " (reason " << v->m_nReasonCode << ": " << v->m_strReason << ")";
             break;
         }
-        CStructVolumePtr v = a->m_store->getCanOrderVolumeWithReason(e.m_strExchange, e.m_strInstrument,
-                                                                     e.m_nDirection, e.m_nOffset, e.m_dPrice);
-        result["answer"] = v->m_dVolume;
-        result["reasonCode"] = v->m_nReasonCode;
-        result["reason"] = v->m_strReason;
-        text << formatNumber(v->m_dVolume);
-        if (v->m_nReasonCode || !v->m_strReason.empty())
-            text << " (reason " << v->m_nReasonCode << ": " << v->m_strReason << ")";
-        break;
-    }
-    case QUERY_UNDEALT_VOLUME: {
-        CAccountEntry* a = find(e.m_strAccount, why);
-        if (!a) return false;
-        int buy = 0, sell = 0;
-        a->m_store->getUnDealVolume(e.m_strInstrument, buy, sell);
-        result["account"] = a->m_strKey;
-        result["instrument"] = e.m_strInstrument;
-        result["buy"] = buy;
-        result["sell"] = sell;
-        text << " " << a->m_strKey << " " << e.m_strInstrument << ": buy " << buy << ", sell " << sell;
-        break;
-    }
-    case QUERY_ORDER_PRICE: {
-        CPriceDataPtr quote = m_board->getPrice(0, e.m_strExchange, e.m_strInstrument);
-        double price;
-        if (e.m_bHasFixPrice)
-            price = e.m_bForCalc
-                        ? CPriceDataHelper::getPriceAndFixForCalc(quote, e.m_nPriceType, e.m_nOperation, e.m_dFixPrice)
-                        : CPriceDataHelper::getPriceAndFixForOrder(quote, e.m_nPriceType, e.m_nOperation,
-                                                                   e.m_dFixPrice);
-        else
-            price = e.m_bForCalc ? CPriceDataHelper::getPriceForCalc(quote, e.m_nPriceType, e.m_nOperation)
-                                 : CPriceDataHelper::getPriceForOrder(quote, e.m_nPriceType, e.m_nOperation);
-        result["exchange"] = e.m_strExchange;
-        result["instrument"] = e.m_strInstrument;
-        result["priceType"] = e.m_nPriceType;
-        result["operation"] = e.m_nOperation;
-        result["for"] = e.m_bForCalc ? "calc" : "order";
-        if (e.m_bHasFixPrice) result["fixPrice"] = e.m_dFixPrice;
-        result["answer"] = price == TT_INVALID_DOUBLE ? Json::Value(Json::nullValue) : Json::Value(price);
-        result["quote"] = static_cast<bool>(quote);
-        text << " " << e.m_strExchange << " " << e.m_strInstrument << " type " << e.m_nPriceType << " operation "
-             << e.m_nOperation << " for " << (e.m_bForCalc ? "calc" : "order");
-        if (e.m_bHasFixPrice) text << " fix " << formatNumber(e.m_dFixPrice);
-        text << ": " << (price == TT_INVALID_DOUBLE ? std::string("no price") : formatNumber(price));
-        if (!quote) text << " (no quote published)";
-        break;
-    }
-    case QUERY_INSTRUMENT: {
-        CInstrumentDetailPtr inst = m_dc->getInstrument(e.m_strExchange, e.m_strInstrument);
-        result["market"] = e.m_strExchange;
-        result["code"] = e.m_strInstrument;
-        text << " " << e.m_strExchange << " " << e.m_strInstrument << ": ";
-        if (!inst) {
-            result["answer"] = Json::Value(Json::nullValue);
-            text << "unknown";
+        case QUERY_UNDEALT_VOLUME: {
+            CAccountEntry* a = find(e.m_strAccount, why);
+            if (!a) return false;
+            int buy = 0, sell = 0;
+            a->m_store->getUnDealVolume(e.m_strInstrument, buy, sell);
+            result["account"] = a->m_strKey;
+            result["instrument"] = e.m_strInstrument;
+            result["buy"] = buy;
+            result["sell"] = sell;
+            text << " " << a->m_strKey << " " << e.m_strInstrument << ": buy " << buy << ", sell " << sell;
             break;
         }
-        Json::Value v = recordJson(*inst);
-        result["answer"] = v;
-        result["realMarket"] = m_dc->getRealMarket(e.m_strExchange, e.m_strInstrument);
-        text << inst->getKey() << " (real market " << result["realMarket"].asString() << ") "
-             << compactJson(nonDefaultFields(v));
-        break;
-    }
-    case QUERY_TICK_SIZE: {
-        const double tick = m_dc->getPriceDiff(e.m_strKey, e.m_dPrice);
-        result["key"] = e.m_strKey;
-        result["price"] = e.m_dPrice;
-        result["answer"] = tick;
-        text << " " << e.m_strKey << " price " << formatNumber(e.m_dPrice) << ": " << formatNumber(tick);
-        break;
-    }
-    case QUERY_EXCHANGE_RATE: {
-        const double rate = m_dc->getExchangeRate(e.m_strCurrency);
-        result["currency"] = e.m_strCurrency;
-        result["answer"] = rate;
-        text << " " << e.m_strCurrency << ": " << formatNumber(rate);
-        break;
-    }
-    case QUERY_FEES: {
-        CAccountEntry* a = find(e.m_strAccount, why);
-        if (!a) return false;
-        EFeeFamily family = e.m_eFamily;
-        if (!e.m_bHasFamily && !feeFamilyOf(a->m_info->m_nPlatformID, family)) {
-            *why = "no fee merge for platform " + std::to_string(a->m_info->m_nPlatformID) +
-                   " of account '" + a->m_strKey + "'; name one with \"market\"";
-            return false;
+        case QUERY_ORDER_PRICE: {
+            CPriceDataPtr quote = m_board->getPrice(0, e.m_strExchange, e.m_strInstrument);
+            double price;
+            if (e.m_bHasFixPrice)
+                price = e.m_bForCalc ? CPriceDataHelper::getPriceAndFixForCalc(quote, e.m_nPriceType,
+                                                                               e.m_nOperation, e.m_dFixPrice)
+                                     : CPriceDataHelper::getPriceAndFixForOrder(
+                                           quote, e.m_nPriceType, e.m_nOperation, e.m_dFixPrice);
+            else
+                price = e.m_bForCalc
+                            ? CPriceDataHelper::getPriceForCalc(quote, e.m_nPriceType, e.m_nOperation)
+                            : CPriceDataHelper::getPriceForOrder(quote, e.m_nPriceType, e.m_nOperation);
+            result["exchange"] = e.m_strExchange;
+            result["instrument"] = e.m_strInstrument;
+            result["priceType"] = e.m_nPriceType;
+            result["operation"] = e.m_nOperation;
+            result["for"] = e.m_bForCalc ? "calc" : "order";
+            if (e.m_bHasFixPrice) result["fixPrice"] = e.m_dFixPrice;
+            result["answer"] = price == TT_INVALID_DOUBLE ? Json::Value(Json::nullValue) : Json::Value(price);
+            result["quote"] = static_cast<bool>(quote);
+            text << " " << e.m_strExchange << " " << e.m_strInstrument << " type " << e.m_nPriceType
+                 << " operation " << e.m_nOperation << " for " << (e.m_bForCalc ? "calc" : "order");
+            if (e.m_bHasFixPrice) text << " fix " << formatNumber(e.m_dFixPrice);
+            text << ": " << (price == TT_INVALID_DOUBLE ? std::string("no price") : formatNumber(price));
+            if (!quote) text << " (no quote published)";
+            break;
         }
-        CInstrumentDetailPtr inst = m_dc->getInstrument(e.m_strExchange, e.m_strInstrument);
-        CInstrumentFeePtr held = a->m_store->getInstrumentFee(e.m_strExchange, e.m_strInstrument);
-        if (!inst && !(held && held->m_instrument)) {
-            *why = "unknown instrument " + e.m_strExchange + " " + e.m_strInstrument +
-                   " (neither in the instruments nor in a fee record of the account)";
-            return false;
+        case QUERY_INSTRUMENT: {
+            CInstrumentDetailPtr inst = m_dc->getInstrument(e.m_strExchange, e.m_strInstrument);
+            result["market"] = e.m_strExchange;
+            result["code"] = e.m_strInstrument;
+            text << " " << e.m_strExchange << " " << e.m_strInstrument << ": ";
+            if (!inst) {
+                result["answer"] = Json::Value(Json::nullValue);
+                text << "unknown";
+                break;
+            }
+            Json::Value v = recordJson(*inst);
+            result["answer"] = v;
+            result["realMarket"] = m_dc->getRealMarket(e.m_strExchange, e.m_strInstrument);
+            text << inst->getKey() << " (real market " << result["realMarket"].asString() << ") "
+                 << compactJson(nonDefaultFields(v));
+            break;
         }
-        // The account's own fee record when one is filed (a copy: the merge writes into it), else
-        // a fresh one of the instrument.
-        CInstrumentFeePtr fee = held ? boost::static_pointer_cast<CInstrumentFee>(held->clone())
-                                     : boost::make_shared<CInstrumentFee>();
-        if (!fee->m_instrument) fee->m_instrument = inst;
-        if (fee->m_strAccountKey.empty()) fee->m_strAccountKey = a->m_strKey;
-        switch (family) {
-        case FEE_STOCK: m_dc->testMergeStockInstrumentFee(a->m_info, fee); break;
-        case FEE_FUTURE: m_dc->testMergeFutureInstrumentFee(a->m_info, fee); break;
-        case FEE_HGT: m_dc->testMergeHGTInstrumentFee(a->m_info, fee); break;
-        case FEE_SGT: m_dc->testMergeSgtInstrumentFee(a->m_info, fee); break;
-        case FEE_FOREIGN: m_dc->testMergeForeignInstrumentFee(a->m_info, fee); break;
+        case QUERY_TICK_SIZE: {
+            const double tick = m_dc->getPriceDiff(e.m_strKey, e.m_dPrice);
+            result["key"] = e.m_strKey;
+            result["price"] = e.m_dPrice;
+            result["answer"] = tick;
+            text << " " << e.m_strKey << " price " << formatNumber(e.m_dPrice) << ": " << formatNumber(tick);
+            break;
         }
-        Json::Value v = recordJson(*fee);
-        const std::string instrumentKey = fee->m_instrument ? fee->m_instrument->getKey() : std::string();
-        v["m_instrument"] = instrumentKey;  // the instrument by its key; its fields are not fees
-        result["account"] = a->m_strKey;
-        result["exchange"] = e.m_strExchange;
-        result["instrument"] = e.m_strInstrument;
-        result["market"] = feeFamilyName(family);
-        result["fromAccountRecord"] = static_cast<bool>(held);
-        result["answer"] = v;
-        Json::Value shown = nonDefaultFields(v);
-        shown.removeMember("m_instrument");
-        shown.removeMember("m_strAccountKey");
-        text << " " << a->m_strKey << " " << e.m_strExchange << " " << e.m_strInstrument << " ("
-             << feeFamilyName(family) << (held ? ", from the account's fee record" : "") << "): "
-             << compactJson(shown);
-        break;
-    }
-    case QUERY_TRADE_DAY: {
-        const std::string day =
-            e.m_strExchange.empty() ? m_dc->getStockTradeDay() : m_dc->getMarketTradeDay(e.m_strExchange);
-        if (!e.m_strExchange.empty()) result["market"] = e.m_strExchange;
-        result["answer"] = day;
-        text << " " << (e.m_strExchange.empty() ? std::string("(stock)") : e.m_strExchange) << ": "
-             << (day.empty() ? std::string("unknown") : day);
-        break;
-    }
+        case QUERY_EXCHANGE_RATE: {
+            const double rate = m_dc->getExchangeRate(e.m_strCurrency);
+            result["currency"] = e.m_strCurrency;
+            result["answer"] = rate;
+            text << " " << e.m_strCurrency << ": " << formatNumber(rate);
+            break;
+        }
+        case QUERY_FEES: {
+            CAccountEntry* a = find(e.m_strAccount, why);
+            if (!a) return false;
+            EFeeFamily family = e.m_eFamily;
+            if (!e.m_bHasFamily && !feeFamilyOf(a->m_info->m_nPlatformID, family)) {
+                *why = "no fee merge for platform " + std::to_string(a->m_info->m_nPlatformID) +
+                       " of account '" + a->m_strKey + "'; name one with \"market\"";
+                return false;
+            }
+            CInstrumentDetailPtr inst = m_dc->getInstrument(e.m_strExchange, e.m_strInstrument);
+            CInstrumentFeePtr held = a->m_store->getInstrumentFee(e.m_strExchange, e.m_strInstrument);
+            if (!inst && !(held && held->m_instrument)) {
+                *why = "unknown instrument " + e.m_strExchange + " " + e.m_strInstrument +
+                       " (neither in the instruments nor in a fee record of the account)";
+                return false;
+            }
+            // The account's own fee record when one is filed (a copy: the merge writes into it), else
+            // a fresh one of the instrument.
+            CInstrumentFeePtr fee = held ? boost::static_pointer_cast<CInstrumentFee>(held->clone())
+                                         : boost::make_shared<CInstrumentFee>();
+            if (!fee->m_instrument) fee->m_instrument = inst;
+            if (fee->m_strAccountKey.empty()) fee->m_strAccountKey = a->m_strKey;
+            switch (family) {
+                case FEE_STOCK:
+                    m_dc->testMergeStockInstrumentFee(a->m_info, fee);
+                    break;
+                case FEE_FUTURE:
+                    m_dc->testMergeFutureInstrumentFee(a->m_info, fee);
+                    break;
+                case FEE_HGT:
+                    m_dc->testMergeHGTInstrumentFee(a->m_info, fee);
+                    break;
+                case FEE_SGT:
+                    m_dc->testMergeSgtInstrumentFee(a->m_info, fee);
+                    break;
+                case FEE_FOREIGN:
+                    m_dc->testMergeForeignInstrumentFee(a->m_info, fee);
+                    break;
+            }
+            Json::Value v = recordJson(*fee);
+            const std::string instrumentKey = fee->m_instrument ? fee->m_instrument->getKey() : std::string();
+            v["m_instrument"] = instrumentKey;  // the instrument by its key; its fields are not fees
+            result["account"] = a->m_strKey;
+            result["exchange"] = e.m_strExchange;
+            result["instrument"] = e.m_strInstrument;
+            result["market"] = feeFamilyName(family);
+            result["fromAccountRecord"] = static_cast<bool>(held);
+            result["answer"] = v;
+            Json::Value shown = nonDefaultFields(v);
+            shown.removeMember("m_instrument");
+            shown.removeMember("m_strAccountKey");
+            text << " " << a->m_strKey << " " << e.m_strExchange << " " << e.m_strInstrument << " ("
+                 << feeFamilyName(family) << (held ? ", from the account's fee record" : "")
+                 << "): " << compactJson(shown);
+            break;
+        }
+        case QUERY_TRADE_DAY: {
+            const std::string day =
+                e.m_strExchange.empty() ? m_dc->getStockTradeDay() : m_dc->getMarketTradeDay(e.m_strExchange);
+            if (!e.m_strExchange.empty()) result["market"] = e.m_strExchange;
+            result["answer"] = day;
+            text << " " << (e.m_strExchange.empty() ? std::string("(stock)") : e.m_strExchange) << ": "
+                 << (day.empty() ? std::string("unknown") : day);
+            break;
+        }
     }
     emit(result, text.str());
     return true;
@@ -1005,19 +1055,23 @@ void CSessionReplayer::CImpl::renderText(const Json::Value& s) const {
     for (const Json::Value& a : s["accounts"]) {
         out << "\n== account " << a["account"].asString() << ": " << a["family"].asString() << ", platform "
             << a["platform"].asInt() << ", account type " << a["accountType"].asInt() << "; "
-            << (a["registered"].asBool() ? "registered" : a["removed"].asBool() ? "removed" : "not registered")
+            << (a["registered"].asBool() ? "registered"
+                : a["removed"].asBool()  ? "removed"
+                                         : "not registered")
             << ", " << (a["initialized"].asBool() ? "initialised" : "not initialised") << "\n";
         out << "held: " << countsText(a["held"]) << "\n";
         out << "funds: ";
-        if (a["funds"].isNull()) out << "none\n";
-        else out << a["funds"]["class"].asString() << " " << compactJson(nonDefaultFields(a["funds"])) << "\n";
+        if (a["funds"].isNull())
+            out << "none\n";
+        else
+            out << a["funds"]["class"].asString() << " " << compactJson(nonDefaultFields(a["funds"])) << "\n";
         listText(out, "positions", a["positions"], a["positionCount"].asUInt64());
         listText(out, "open orders", a["openOrders"], a["openOrderCount"].asUInt64());
         out << "undealt volumes:";
         if (a["undealt"].empty()) out << " none";
         for (const Json::Value& u : a["undealt"])
-            out << " " << u["instrument"].asString() << " buy " << u["buy"].asInt() << " sell " << u["sell"].asInt()
-                << ";";
+            out << " " << u["instrument"].asString() << " buy " << u["buy"].asInt() << " sell "
+                << u["sell"].asInt() << ";";
         out << "\n";
         out << "subscribers received: " << countsText(a["subscribers"]) << "\n";
         const Json::Value& dc = a["dataCenter"];
@@ -1026,8 +1080,10 @@ void CSessionReplayer::CImpl::renderText(const Json::Value& s) const {
         for (const Json::Value& f : dc["flushes"]) {
             out << "  flush at line " << f["line"].asInt64() << ", " << f["slots"].asUInt64() << " slot(s):";
             for (const Json::Value& k : f["order"]) {
-                if (k["kind"].isNull()) out << " (empty)";
-                else out << " " << k["kind"].asInt() << ":" << k["key"].asString();
+                if (k["kind"].isNull())
+                    out << " (empty)";
+                else
+                    out << " " << k["kind"].asInt() << ":" << k["key"].asString();
             }
             if (f["more"].asUInt64()) out << " ... and " << f["more"].asUInt64() << " more";
             out << "\n";
@@ -1054,8 +1110,9 @@ void CSessionReplayer::CImpl::finish() {
     const Json::Value s = summary();
     if (!m_options.m_bJson) {
         renderText(s);
-        m_out << "\nreplayed: " << m_counters.m_nEvents << " events, " << m_counters.m_nRecords << " records, "
-              << m_counters.m_nQueries << " queries; " << m_counters.m_nErrors << " lines skipped\n";
+        m_out << "\nreplayed: " << m_counters.m_nEvents << " events, " << m_counters.m_nRecords
+              << " records, " << m_counters.m_nQueries << " queries; " << m_counters.m_nErrors
+              << " lines skipped\n";
         m_out.flush();
         return;
     }
@@ -1089,7 +1146,9 @@ bool CSessionReplayer::replayLine(const std::string& line, int64_t lineNo) {
     return m_pImpl->replayLine(line, lineNo);
 }
 
-Json::Value CSessionReplayer::summary() const { return m_pImpl->summary(); }
+Json::Value CSessionReplayer::summary() const {
+    return m_pImpl->summary();
+}
 
 Json::Value CSessionReplayer::accountSummary(const std::string& accountKey) const {
     const Json::Value s = m_pImpl->summary();
@@ -1098,9 +1157,13 @@ Json::Value CSessionReplayer::accountSummary(const std::string& accountKey) cons
     return Json::Value(Json::nullValue);
 }
 
-void CSessionReplayer::finish() { m_pImpl->finish(); }
+void CSessionReplayer::finish() {
+    m_pImpl->finish();
+}
 
-const CReplayCounters& CSessionReplayer::counters() const { return m_pImpl->m_counters; }
+const CReplayCounters& CSessionReplayer::counters() const {
+    return m_pImpl->m_counters;
+}
 
 }  // namespace replay
 }  // namespace ttservice

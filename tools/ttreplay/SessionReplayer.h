@@ -25,16 +25,15 @@
 // per process; all calls on one thread.
 #pragma once
 
-#include "SessionEvent.h"
-
-#include "base/ICalculator.h"
-
 #include <json/json.h>
 
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
 #include <string>
+
+#include "SessionEvent.h"
+#include "base/ICalculator.h"
 
 namespace ttservice {
 namespace replay {
