@@ -7,18 +7,17 @@
 //                                  vs  clearing and rebuilding the four maps by hand.
 // Targets: each operation within 2x of its baseline. Look-ups walk a shuffled list of 4096
 // instruments so both sides pay the same cache misses as a real table.
-#include "base/data/DataCenter.h"
-
 #include <benchmark/benchmark.h>
 
-#include <boost/make_shared.hpp>
-
 #include <algorithm>
+#include <boost/make_shared.hpp>
 #include <map>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
+
+#include "base/data/DataCenter.h"
 
 using namespace ttservice;
 
@@ -49,8 +48,10 @@ const Universe& universe() {
             d->m_bIsIPO = code.size() == 6 && code[0] == '7';
             u.details.push_back(d);
         };
-        for (int i = 0; i < 40000; ++i) add("SH", std::to_string(600000 + i), "上证样本" + std::to_string(i), "SHA");
-        for (int i = 0; i < 40000; ++i) add("SZ", std::to_string(100000 + i).substr(1), "深证样本" + std::to_string(i), "SZA");
+        for (int i = 0; i < 40000; ++i)
+            add("SH", std::to_string(600000 + i), "上证样本" + std::to_string(i), "SHA");
+        for (int i = 0; i < 40000; ++i)
+            add("SZ", std::to_string(100000 + i).substr(1), "深证样本" + std::to_string(i), "SZA");
         for (int e = 0; e < 5; ++e) {
             for (int i = 0; i < 4000; ++i) {
                 // Codes unique across exchanges: exchange letter, two product letters, contract month.
@@ -79,12 +80,31 @@ Map byKey() {
     return m;
 }
 
+struct FourMaps {
+    Map byKey;
+    Map byCode;
+    std::map<std::string, Map> byExchange;
+    std::map<std::string, Map> byProduct;
+};
+
+void buildByHand(FourMaps& maps) {
+    std::string key;
+    for (const CInstrumentDetailPtr& d : universe().details) {
+        key.assign(d->m_strExchangeID).append(d->m_strInstrumentID);
+        maps.byKey[key] = d;
+        maps.byCode[d->m_strInstrumentID] = d;
+        maps.byExchange[d->m_strExchangeID][key] = d;
+        maps.byProduct[d->m_strProductID][key] = d;
+    }
+}
+
 // ---- look-ups ---------------------------------------------------------------------------------------
 
 void BM_Baseline_MapFind(benchmark::State& state) {
     const Map m = byKey();
     std::vector<std::string> keys;
-    for (const CInstrumentDetailPtr& d : universe().probes) keys.push_back(d->m_strExchangeID + d->m_strInstrumentID);
+    for (const CInstrumentDetailPtr& d : universe().probes)
+        keys.push_back(d->m_strExchangeID + d->m_strInstrumentID);
     size_t i = 0;
     for (auto _ : state) {
         const Map::const_iterator it = m.find(keys[i++ & 4095]);
@@ -93,6 +113,23 @@ void BM_Baseline_MapFind(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_Baseline_MapFind);
+
+// The same look-up in a key map built together with the other three indexes, as a loader that
+// keeps them must build it (its nodes interleave with theirs in memory).
+void BM_Baseline_MapFindInterleaved(benchmark::State& state) {
+    FourMaps maps;
+    buildByHand(maps);
+    std::vector<std::string> keys;
+    for (const CInstrumentDetailPtr& d : universe().probes)
+        keys.push_back(d->m_strExchangeID + d->m_strInstrumentID);
+    size_t i = 0;
+    for (auto _ : state) {
+        const Map::const_iterator it = maps.byKey.find(keys[i++ & 4095]);
+        CInstrumentDetailPtr hit = it == maps.byKey.end() ? CInstrumentDetailPtr() : it->second;
+        benchmark::DoNotOptimize(hit);
+    }
+}
+BENCHMARK(BM_Baseline_MapFindInterleaved);
 
 void BM_GetInstrument_Hit(benchmark::State& state) {
     DataCenter dc;
@@ -112,7 +149,8 @@ void BM_Baseline_FourMapFinds(benchmark::State& state) {
     const Map m = byKey();
     std::vector<std::string> keys;
     for (const CInstrumentDetailPtr& d : universe().dceProbes)
-        for (const char* market : {"SHFE", "CFFEX", "CZCE", "DCE"}) keys.push_back(market + d->m_strInstrumentID);
+        for (const char* market : {"SHFE", "CFFEX", "CZCE", "DCE"})
+            keys.push_back(market + d->m_strInstrumentID);
     const size_t n = universe().dceProbes.size();
     size_t i = 0;
     for (auto _ : state) {
@@ -141,24 +179,6 @@ void BM_GetInstrument_FuturesFallback(benchmark::State& state) {
 BENCHMARK(BM_GetInstrument_FuturesFallback);
 
 // ---- loading ------------------------------------------------------------------------------------------
-
-struct FourMaps {
-    Map byKey;
-    Map byCode;
-    std::map<std::string, Map> byExchange;
-    std::map<std::string, Map> byProduct;
-};
-
-void buildByHand(FourMaps& maps) {
-    std::string key;
-    for (const CInstrumentDetailPtr& d : universe().details) {
-        key.assign(d->m_strExchangeID).append(d->m_strInstrumentID);
-        maps.byKey[key] = d;
-        maps.byCode[d->m_strInstrumentID] = d;
-        maps.byExchange[d->m_strExchangeID][key] = d;
-        maps.byProduct[d->m_strProductID][key] = d;
-    }
-}
 
 void BM_Baseline_BuildFourMaps(benchmark::State& state) {
     universe();

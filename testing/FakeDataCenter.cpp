@@ -64,13 +64,11 @@ void FakeDataCenter::clearReceived() {
 }
 
 void FakeDataCenter::setRecording(bool recording) {
-    boost::mutex::scoped_lock lock(m_mutex);
-    m_bRecording = recording;
+    m_bRecording.store(recording);
 }
 
 size_t FakeDataCenter::onAccountDataCalls() const {
-    boost::mutex::scoped_lock lock(m_mutex);
-    return m_nOnAccountDataCalls;
+    return m_nOnAccountDataCalls.load();
 }
 
 void FakeDataCenter::clearAccounts() {
@@ -110,10 +108,10 @@ std::vector<boost::shared_ptr<CAccountData> > FakeDataCenter::getAccounts() {
 
 void FakeDataCenter::onAccountData(const CAccountInfoPtr& account, const IDataPtr& data,
                                    const TTError& error) {
-    {
+    m_nOnAccountDataCalls.fetch_add(1);
+    if (m_bRecording.load()) {
         boost::mutex::scoped_lock lock(m_mutex);
-        ++m_nOnAccountDataCalls;
-        if (m_bRecording) m_received.push_back(Received{account, data, error});
+        m_received.push_back(Received{account, data, error});
     }
     boost::shared_ptr<const ListenerList> list = m_listeners->snapshot();
     for (size_t i = 0; i < list->size(); ++i) {
@@ -123,9 +121,9 @@ void FakeDataCenter::onAccountData(const CAccountInfoPtr& account, const IDataPt
 }
 
 void FakeDataCenter::onAccountDatas(const CAccountInfoPtr& account, const std::vector<IDataPtr>& datas) {
-    {
+    if (m_bRecording.load()) {
         boost::mutex::scoped_lock lock(m_mutex);
-        if (m_bRecording) m_batches.push_back(Batch{account, datas});
+        m_batches.push_back(Batch{account, datas});
     }
     boost::shared_ptr<const ListenerList> list = m_listeners->snapshot();
     for (size_t i = 0; i < list->size(); ++i) {

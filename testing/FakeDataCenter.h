@@ -13,6 +13,7 @@
 #pragma once
 
 #include <boost/thread/mutex.hpp>
+#include <atomic>
 #include <map>
 #include <string>
 #include <vector>
@@ -149,8 +150,9 @@ private:
     std::map<std::string, CInstrumentDetailPtr> m_instruments;  // by instrument key
     std::vector<Received> m_received;
     std::vector<Batch> m_batches;
-    bool m_bRecording;
-    size_t m_nOnAccountDataCalls;
+    // Atomics, so that a benchmark's delivery path takes no lock of the fake while not recording.
+    std::atomic<bool> m_bRecording;
+    std::atomic<size_t> m_nOnAccountDataCalls;
     boost::shared_ptr<Listeners> m_listeners;
 };
 

@@ -251,6 +251,7 @@ void CAccountData::setAccountInfo(const CAccountInfoPtr& info) {
         identity->displayId = info->m_strAccountID;
     }
     StoreLock lock(m_mutex);
+    m_retiredIdentities.push_back(m_identity);  // updates in flight may still read it
     m_identity = identity;
 }
 
@@ -329,13 +330,12 @@ void CAccountData::setData(const IDataPtr& data) {
     const int kind = data->getKind();
     if (kind == KIND_ACCOUNT_DETAIL) onAccountDetailUpdate(boost::dynamic_pointer_cast<CAccountDetail>(data));
     const std::string key = data->getKey();
-    {
-        StoreLock lock(m_mutex);
-        m_datas[kind][key] = data;
-        ++m_nDataVersion;
-        if (kind == KIND_ORDER || kind == KIND_DEAL) m_bIndexesDetached = true;
-    }
-    m_nFiled[CAccountDataStats::slotOf(kind)].fetch_add(1, std::memory_order_relaxed);
+    StoreLock lock(m_mutex);
+    m_datas[kind][key] = data;
+    ++m_nDataVersion;
+    if (kind == KIND_ORDER || kind == KIND_DEAL) m_bIndexesDetached = true;
+    std::atomic<uint64_t>& filed = m_nFiled[CAccountDataStats::slotOf(kind)];
+    filed.store(filed.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
 
 void CAccountData::updateData(const IDataPtr& data, bool cacheOnly) {
@@ -346,17 +346,19 @@ void CAccountData::updateData(const IDataPtr& data, bool cacheOnly) {
 
     // 1. File the record; take its sequence number, the account's identity and the flags.
     uint64_t seq, version;
-    boost::shared_ptr<const Identity> identity;
+    const Identity* identity;  // lives as long as the store (setAccountInfo retires, never frees)
     bool forward;
     {
         StoreLock lock(m_mutex);
         m_datas[kind][key] = data;
         seq = ++m_nSeq;
         version = ++m_nDataVersion;
-        identity = m_identity;
+        identity = m_identity.get();
         forward = m_bInitialized && !m_bCaching && !cacheOnly;
+        // Every writer of the filing counters holds the mutex: no read-modify-write needed.
+        std::atomic<uint64_t>& filed = m_nFiled[CAccountDataStats::slotOf(kind)];
+        filed.store(filed.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     }
-    m_nFiled[CAccountDataStats::slotOf(kind)].fetch_add(1, std::memory_order_relaxed);
 
     // 2. The kind's own step, with the mutex released (each step takes it as it needs).
     switch (kind) {
@@ -364,7 +366,9 @@ void CAccountData::updateData(const IDataPtr& data, bool cacheOnly) {
             updateOrder(key, data, version);
             break;
         case KIND_ACCOUNT_DETAIL:
-            onAccountDetailUpdate(boost::dynamic_pointer_cast<CAccountDetail>(data));
+            // Its step is the fund log line: the down-cast is made only when that line is written.
+            if (utils::CLogCenter::instance().logEnabled(utils::LOGGER_STD, utils::TT_LOG_INFO))
+                onAccountDetailUpdate(boost::dynamic_pointer_cast<CAccountDetail>(data));
             break;
         case KIND_DEAL:
             updateDeal(key, data, version);

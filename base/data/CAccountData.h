@@ -337,6 +337,9 @@ private:
     // The account info with its key and display id: immutable, replaced as a whole by
     // setAccountInfo, so the hot path copies one pointer under the lock and reads it outside.
     boost::shared_ptr<const Identity> m_identity;
+    // Identities replaced by setAccountInfo, kept for the store's life (an account is given its
+    // info once or twice), so that updateData reads the current one by plain pointer.
+    std::vector<boost::shared_ptr<const Identity> > m_retiredIdentities;
     CCalcInfoPtr m_calcInfo;
     CAccountCalcInfoPtr m_accountCalcInfo;
     int m_nUpdateInterval;
@@ -373,7 +376,7 @@ private:
     // removeData); the indexes agree again after a rebuild.
     bool m_bIndexesDetached;
 
-    // ---- counters (relaxed atomics, no lock) ----
+    // ---- counters (relaxed atomics; the filing counters are written under m_mutex only) ----
     std::atomic<uint64_t> m_nFiled[CAccountDataStats::SLOT_COUNT];
     std::atomic<uint64_t> m_nNotifications;
     std::atomic<uint64_t> m_nForwarded;

@@ -37,21 +37,20 @@
 // by fresh copies instead of writing into records that others may hold.
 #pragma once
 
-#include "base/IDataCenter.h"
-#include "base/data/ETFDataCenter.h"
-#include "base/data/PortfolioManager.h"
-#include "base/data/ProductNSData.h"
-
+#include <atomic>
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/recursive_mutex.hpp>
 #include <boost/thread/shared_mutex.hpp>
-
-#include <atomic>
 #include <cstdint>
 #include <map>
 #include <set>
 #include <string>
 #include <vector>
+
+#include "base/IDataCenter.h"
+#include "base/data/ETFDataCenter.h"
+#include "base/data/PortfolioManager.h"
+#include "base/data/ProductNSData.h"
 
 namespace ttservice {
 
@@ -107,10 +106,14 @@ public:
     // Setters: each table is filed under its account's key (CAccountInfo::getKey()), replacing the
     // account's previous table; other accounts' tables stay. An entry with an empty account or an
     // empty table is logged and skipped.
-    void setAccountsStockInstrumentFee(const std::map<CAccountInfoPtr, CCustomStockInstrumentFeePtr>& fees) override;
-    void setAccountFutureInstruemntFee(const std::map<CAccountInfoPtr, CCustomFutureInstrumentFeePtr>& fees) override;
-    void setAccountsHGTInstrumentFee(const std::map<CAccountInfoPtr, CCustomHGTInstrumentFeePtr>& fees) override;
-    void setAccountsSgtInstrumentFee(const std::map<CAccountInfoPtr, CCustomSgtInstrumentFeePtr>& fees) override;
+    void setAccountsStockInstrumentFee(
+        const std::map<CAccountInfoPtr, CCustomStockInstrumentFeePtr>& fees) override;
+    void setAccountFutureInstruemntFee(
+        const std::map<CAccountInfoPtr, CCustomFutureInstrumentFeePtr>& fees) override;
+    void setAccountsHGTInstrumentFee(
+        const std::map<CAccountInfoPtr, CCustomHGTInstrumentFeePtr>& fees) override;
+    void setAccountsSgtInstrumentFee(
+        const std::map<CAccountInfoPtr, CCustomSgtInstrumentFeePtr>& fees) override;
     // Merges: overlay the account's custom rates onto `fee`. Which tables apply, in order (a later
     // table's matching entry overrides an earlier one's):
     //   stock    super account of type 6 (stock option): loadCustomFeeRate_StockOption;
@@ -126,7 +129,8 @@ public:
     void testMergeForeignInstrumentFee(const CAccountInfoPtr& account, const CInstrumentFeePtr& fee) override;
 
 private:
-    void MergeAccountForeignInstrumentFee(const std::string& accountKey, const CInstrumentFeePtr& fee) override;
+    void MergeAccountForeignInstrumentFee(const std::string& accountKey,
+                                          const CInstrumentFeePtr& fee) override;
 
 public:
     // ---- exchange rate (no lock: the record is swapped atomically) -----------------------------
@@ -137,7 +141,8 @@ public:
     void setExchangeRate(const CExchangeRatePtr& rate) override;
 
     CCustomSPInstrumentFeePtr getAccountForeignInstruments(const std::string& accountKey) override;
-    void setAccountForeignInstruemntFee(const std::map<CAccountInfoPtr, CCustomSPInstrumentFeePtr>& fees) override;
+    void setAccountForeignInstruemntFee(
+        const std::map<CAccountInfoPtr, CCustomSPInstrumentFeePtr>& fees) override;
     // Applies the per-lot figures a foreign broker reports for one instrument to `fee`'s foreign
     // fee sub-record (a fresh copy replaces it): a `deposit` that is finite and positive becomes
     // both the long and the short margin per lot; a `dfee` that is finite and not negative becomes
@@ -145,7 +150,8 @@ public:
     // 0 so the per-lot figure is the whole commission. A figure outside those bounds means the
     // broker has none, and that part of the fee stays as it was. Logged (info) with the figures
     // in force before.
-    void updateForeignInstruemntFeeByBroker(const CInstrumentFeePtr& fee, double deposit, double dfee) override;
+    void updateForeignInstruemntFeeByBroker(const CInstrumentFeePtr& fee, double deposit,
+                                            double dfee) override;
     // The greatest trade day of "SGX-A", "SGX" and "GLOBEX"; the clock's date when that is not a
     // number (see getStockTradeDay).
     std::string getForeignTradeDay() override;
@@ -200,7 +206,8 @@ public:
     std::string getMaxTradeDay() override;
     std::string getMarketTradeDay(const std::string& market) override;
     ExchangeMap getMapExchange() override;
-    void getMarketAndTradeDay(std::vector<std::string>& markets, std::vector<std::string>& tradeDays) override;
+    void getMarketAndTradeDay(std::vector<std::string>& markets,
+                              std::vector<std::string>& tradeDays) override;
     boost::shared_ptr<ETFDataCenter> getETFDataCenter() override;
     std::vector<boost::shared_ptr<CAccountData> > getAccounts() override;
     InstrumentMap getExchangeInstruments(const std::string& market) override;

@@ -10,7 +10,6 @@
 
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/mutex.hpp>
-
 #include <map>
 
 namespace ttservice {

@@ -1,17 +1,17 @@
 #include "category/CppCategory.h"
 
-#include "config/ConfigCollector.h"
-#include "utils/LogCenter.h"
-
-#include <boost/make_shared.hpp>
 #include <json/json.h>
 
 #include <algorithm>
+#include <boost/make_shared.hpp>
 #include <cctype>
 #include <climits>
 #include <cstdlib>
 #include <memory>
 #include <sstream>
+
+#include "config/ConfigCollector.h"
+#include "utils/LogCenter.h"
 
 namespace ttservice {
 
@@ -33,7 +33,9 @@ std::string toLowerAscii(std::string s) {
     return s;
 }
 
-bool isAsciiAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+bool isAsciiAlpha(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
 
 // The leading letters of a code, lower-cased: the product of a futures code ("rb" of "rb2410").
 std::string leadingLettersLower(const std::string& code) {
@@ -45,7 +47,8 @@ std::string leadingLettersLower(const std::string& code) {
 // Collects the problems of one load, each prefixed by where it was found.
 class Problems {
 public:
-    explicit Problems(const std::string& origin) : m_origin(origin.empty() ? std::string("categories") : origin) {}
+    explicit Problems(const std::string& origin)
+        : m_origin(origin.empty() ? std::string("categories") : origin) {}
     void add(const std::string& where, const std::string& what) {
         if (!m_text.empty()) m_text += "; ";
         m_text += m_origin + ": categories" + where + ": " + what;
@@ -96,8 +99,8 @@ void readRule(const Json::Value& v, const std::string& where, Problems& problems
         problems.add(where, "a rule must be an object");
         return;
     }
-    static const char* const kMembers[] = {"market", "markets", "prefixes", "ranges", "codes",
-                                           "products", "nameContains", "nameExcludes"};
+    static const char* const kMembers[] = {"market", "markets",  "prefixes",     "ranges",
+                                           "codes",  "products", "nameContains", "nameExcludes"};
     for (const std::string& name : v.getMemberNames()) {
         bool known = false;
         for (const char* m : kMembers) known = known || name == m;
@@ -115,8 +118,10 @@ void readRule(const Json::Value& v, const std::string& where, Problems& problems
         readStringArray(v["markets"], where + ".markets", problems, markets);
         rule.m_setMarkets.insert(markets.begin(), markets.end());
     }
-    if (!v.isMember("market") && !v.isMember("markets")) problems.add(where, "needs \"market\" or \"markets\"");
-    if (v.isMember("prefixes")) readStringArray(v["prefixes"], where + ".prefixes", problems, rule.m_vPrefixes);
+    if (!v.isMember("market") && !v.isMember("markets"))
+        problems.add(where, "needs \"market\" or \"markets\"");
+    if (v.isMember("prefixes"))
+        readStringArray(v["prefixes"], where + ".prefixes", problems, rule.m_vPrefixes);
     if (v.isMember("codes")) {
         std::vector<std::string> codes;
         readStringArray(v["codes"], where + ".codes", problems, codes);
@@ -164,7 +169,8 @@ void readRule(const Json::Value& v, const std::string& where, Problems& problems
 
 }  // namespace
 
-bool CCategoryRule::matches(const std::string& market, const std::string& code, const std::string& name) const {
+bool CCategoryRule::matches(const std::string& market, const std::string& code,
+                            const std::string& name) const {
     if (m_setMarkets.find(market) == m_setMarkets.end()) return false;
     const bool anyCodeTest =
         !m_vPrefixes.empty() || !m_vRanges.empty() || !m_setCodes.empty() || !m_vProducts.empty();
@@ -184,7 +190,8 @@ bool CCategoryRule::matches(const std::string& market, const std::string& code, 
         if (!codeOk) codeOk = m_setCodes.find(code) != m_setCodes.end();
         if (!codeOk && !m_vProducts.empty()) {
             const std::string product = leadingLettersLower(code);
-            codeOk = !product.empty() && std::find(m_vProducts.begin(), m_vProducts.end(), product) != m_vProducts.end();
+            codeOk = !product.empty() &&
+                     std::find(m_vProducts.begin(), m_vProducts.end(), product) != m_vProducts.end();
         }
         if (!codeOk) return false;
     }
@@ -200,8 +207,8 @@ boost::shared_ptr<const CppCategory::Categories> CppCategory::snapshot() const {
     return m_categories;
 }
 
-bool CppCategory::isStockInCategoryForTS(const std::string& market, const std::string& code, const std::string& name,
-                                         int category) const {
+bool CppCategory::isStockInCategoryForTS(const std::string& market, const std::string& code,
+                                         const std::string& name, int category) const {
     if (category <= 0 || code.empty()) return false;
     const boost::shared_ptr<const Categories> cats = snapshot();
     const Categories::const_iterator it = cats->find(category);
@@ -227,8 +234,8 @@ bool CppCategory::isStockInCustomCategory(const std::string& market, const std::
     return false;
 }
 
-bool CppCategory::isStockInGroupCategory(const std::string& market, const std::string& code, const std::string& name,
-                                         const CGroupCategorySubInfoList& groups,
+bool CppCategory::isStockInGroupCategory(const std::string& market, const std::string& code,
+                                         const std::string& name, const CGroupCategorySubInfoList& groups,
                                          const StringListMap& categoryMap) const {
     bool included = false;
     for (const CGroupCategorySubInfoPtr& member : groups) {
@@ -236,9 +243,10 @@ bool CppCategory::isStockInGroupCategory(const std::string& market, const std::s
         // An including member that cannot change the answer any more is not evaluated.
         if (!member->m_bExclude && included) continue;
         const StringListMap::const_iterator own = categoryMap.find(member->m_strCategory);
-        const bool in = own != categoryMap.end()
-                            ? isStockInCustomCategory(market, code, own->second)
-                            : isStockInCategoryForTS(market, code, name, std::atoi(member->m_strCategory.c_str()));
+        const bool in =
+            own != categoryMap.end()
+                ? isStockInCustomCategory(market, code, own->second)
+                : isStockInCategoryForTS(market, code, name, std::atoi(member->m_strCategory.c_str()));
         if (!in) continue;
         if (member->m_bExclude) return false;
         included = true;
@@ -278,7 +286,8 @@ bool CppCategory::parseJson(const std::string& jsonText, const std::string& orig
                     continue;
                 }
                 for (const std::string& name : v.getMemberNames())
-                    if (name != "name" && name != "rules") problems.add(where + "." + name, "unknown category member");
+                    if (name != "name" && name != "rules")
+                        problems.add(where + "." + name, "unknown category member");
                 if (v.isMember("name")) {
                     if (!v["name"].isString())
                         problems.add(where + ".name", "must be a string");

@@ -41,17 +41,16 @@
 // the new ones, never a mix. No callback is made.
 #pragma once
 
-#include "records/FeeRecords.h"
-#include "utils/Singleton.h"
-
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/mutex.hpp>
-
 #include <map>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "records/FeeRecords.h"
+#include "utils/Singleton.h"
 
 namespace ttservice {
 
@@ -99,7 +98,8 @@ public:
     // A group without an including member holds nothing: a custom rate applies only to instruments
     // that some member names positively. Empty members are skipped.
     bool isStockInGroupCategory(const std::string& market, const std::string& code, const std::string& name,
-                                const CGroupCategorySubInfoList& groups, const StringListMap& categoryMap) const;
+                                const CGroupCategorySubInfoList& groups,
+                                const StringListMap& categoryMap) const;
 
     // Replaces every category with those of `jsonText` (the value of the "categories" section).
     // `origin` names where the text came from in messages. Returns false, sets *error (every
@@ -129,7 +129,7 @@ private:
                           std::string* error);
     boost::shared_ptr<const Categories> snapshot() const;
 
-    mutable boost::mutex m_mutex;              // guards the pointer m_categories, not what it points to
+    mutable boost::mutex m_mutex;  // guards the pointer m_categories, not what it points to
     boost::shared_ptr<const Categories> m_categories;  // never empty; replaced whole
 };
 

@@ -2,11 +2,12 @@
 // explicit codes, futures products, name patterns), a broker's own code lists, group categories,
 // validation of the configuration section, and the example set shipped with the project.
 #include "category/CppCategory.h"
-#include "config/ConfigCollector.h"
 
 #include <gtest/gtest.h>
 
 #include <boost/make_shared.hpp>
+
+#include "config/ConfigCollector.h"
 
 using namespace ttservice;
 
@@ -45,41 +46,41 @@ TEST_F(CppCategoryTest, CategoryMembershipFollowsTheConfiguredRules) {
     const CategoryCase cases[] = {
         {"SH", "600000", "浦发银行", 10001, true},
         {"SH", "605599", "菜百股份", 10001, true},
-        {"SZ", "600000", "", 10001, false},           // right prefix, wrong market
+        {"SZ", "600000", "", 10001, false},  // right prefix, wrong market
         {"SH", "688001", "华兴源创", 10001, false},
-        {"SH", "60", "", 10001, false},               // shorter than the prefix
+        {"SH", "60", "", 10001, false},  // shorter than the prefix
         {"SZ", "300750", "宁德时代", 10003, true},
         {"SZ", "159915", "创业板ETF", 10005, true},
         {"SH", "510300", "沪深300ETF", 10005, true},  // second rule of the same category
         {"SZ", "510300", "", 10005, false},
-        {"SH", "600001", "*ST 邯钢", 10008, true},     // name pattern
+        {"SH", "600001", "*ST 邯钢", 10008, true},  // name pattern
         {"SH", "600001", "邯郸钢铁", 10008, false},
         {"SZ", "000001", "ST平安", 10008, true},
-        {"SZ", "160105", "南方积配", 10010, true},     // inclusive range
+        {"SZ", "160105", "南方积配", 10010, true},  // inclusive range
         {"SZ", "160000", "", 10010, true},
         {"SZ", "169999", "", 10010, true},
         {"SZ", "170000", "", 10010, false},
-        {"SZ", "16010", "", 10010, false},             // length differs from the range
+        {"SZ", "16010", "", 10010, false},  // length differs from the range
         {"SZ", "1601050", "", 10010, false},
-        {"SZ", "501018", "", 10010, true},             // explicit code
+        {"SZ", "501018", "", 10010, true},  // explicit code
         {"SH", "600000", "浦发银行", 10012, true},
-        {"SH", "600001", "ST邯钢", 10012, false},       // name exclusion
+        {"SH", "600001", "ST邯钢", 10012, false},  // name exclusion
         {"SHFE", "rb2410", "螺纹钢2410", 20003, true},
-        {"SHFE", "RB2410", "", 20003, true},           // products ignore case
+        {"SHFE", "RB2410", "", 20003, true},  // products ignore case
         {"SHFE", "hc2410", "", 20003, true},
-        {"SHFE", "rbb2410", "", 20003, false},         // product is the whole letter run
-        {"SHFE", "2410", "", 20003, false},            // no product at all
+        {"SHFE", "rbb2410", "", 20003, false},  // product is the whole letter run
+        {"SHFE", "2410", "", 20003, false},     // no product at all
         {"DCE", "i2409", "铁矿石2409", 20003, true},
         {"DCE", "m2409", "", 20003, false},
         {"CFFEX", "T2409", "", 20007, true},
         {"CFFEX", "TS2409", "", 20007, true},
         {"CFFEX", "TF2409", "", 20007, false},
-        {"HGT", "00700", "腾讯控股", 50001, true},     // no code test: every code of the market
+        {"HGT", "00700", "腾讯控股", 50001, true},  // no code test: every code of the market
         {"SGT", "00700", "腾讯控股", 50001, false},
-        {"SH", "600000", "", 99999, false},            // unknown category
-        {"SH", "600000", "", 0, false},                // what a non-numeric code turns into
+        {"SH", "600000", "", 99999, false},  // unknown category
+        {"SH", "600000", "", 0, false},      // what a non-numeric code turns into
         {"SH", "600000", "", -10001, false},
-        {"SH", "", "", 10001, false},                  // empty code
+        {"SH", "", "", 10001, false},  // empty code
     };
     for (const CategoryCase& c : cases)
         EXPECT_EQ(c.expected, m_category.isStockInCategoryForTS(c.market, c.code, c.name, c.category))
@@ -93,18 +94,14 @@ TEST_F(CppCategoryTest, CustomCodeListNamesByCodeKeyOrSuffixedCode) {
         const char* code;
         bool expected;
     } cases[] = {
-        {"SH", "600000", true},
-        {"SZ", "600000", true},  // a bare code names the code in any market
-        {"SZ", "000001", true},
-        {"SH", "000001", false},
-        {"SZ", "300750", true},
-        {"SH", "300750", false},
-        {"SZ", "00000", false},  // a prefix of a listed key is not a match
-        {"SZ", "0000011", false},
-        {"SH", "", false},
+        {"SH", "600000", true},   {"SZ", "600000", true},  // a bare code names the code in any market
+        {"SZ", "000001", true},   {"SH", "000001", false}, {"SZ", "300750", true},
+        {"SH", "300750", false},  {"SZ", "00000", false},  // a prefix of a listed key is not a match
+        {"SZ", "0000011", false}, {"SH", "", false},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(c.expected, m_category.isStockInCustomCategory(c.market, c.code, list)) << c.market << c.code;
+        EXPECT_EQ(c.expected, m_category.isStockInCustomCategory(c.market, c.code, list))
+            << c.market << c.code;
     EXPECT_FALSE(m_category.isStockInCustomCategory("SH", "600000", std::vector<std::string>()));
 }
 
@@ -130,16 +127,18 @@ TEST_F(CppCategoryTest, GroupNeedsAnIncludingMemberAndNoExcludingOne) {
         bool expected;
     } cases[] = {
         {&mainNoSt, "SH", "600000", "浦发银行", true},
-        {&mainNoSt, "SH", "600001", "*ST邯钢", false},  // excluded member wins
+        {&mainNoSt, "SH", "600001", "*ST邯钢", false},   // excluded member wins
         {&mainNoSt, "SZ", "000001", "平安银行", false},  // in no including member
         {&onlyExclusion, "SH", "600000", "浦发银行", false},
-        {&withCustom, "SZ", "000001", "平安银行", true},  // member tested with its own code list
+        {&withCustom, "SZ", "000001", "平安银行", true},   // member tested with its own code list
         {&withCustom, "SH", "600000", "浦发银行", false},  // "abc" is category 0: holds nothing
     };
     for (const auto& c : cases)
-        EXPECT_EQ(c.expected, m_category.isStockInGroupCategory(c.market, c.code, c.name, *c.groups, customLists))
+        EXPECT_EQ(c.expected,
+                  m_category.isStockInGroupCategory(c.market, c.code, c.name, *c.groups, customLists))
             << c.market << c.code << " " << c.name;
-    EXPECT_FALSE(m_category.isStockInGroupCategory("SH", "600000", "", CGroupCategorySubInfoList(), customLists));
+    EXPECT_FALSE(
+        m_category.isStockInGroupCategory("SH", "600000", "", CGroupCategorySubInfoList(), customLists));
 }
 
 TEST(CppCategoryLoad, InvalidSectionsAreRefusedNamingTheEntry) {
@@ -149,7 +148,8 @@ TEST(CppCategoryLoad, InvalidSectionsAreRefusedNamingTheEntry) {
     } cases[] = {
         {"{\"10001\": ", "not valid JSON"},
         {"[1, 2]", "must be an object"},
-        {R"({"abc": {"rules": [{"market": "SH"}]}})", "\"abc\": the category code must be a positive decimal integer"},
+        {R"({"abc": {"rules": [{"market": "SH"}]}})",
+         "\"abc\": the category code must be a positive decimal integer"},
         {R"({"-5": {"rules": [{"market": "SH"}]}})", "\"-5\""},
         {R"({"0": {"rules": [{"market": "SH"}]}})", "\"0\""},
         {R"({"10001x": {"rules": [{"market": "SH"}]}})", "\"10001x\""},
@@ -157,21 +157,29 @@ TEST(CppCategoryLoad, InvalidSectionsAreRefusedNamingTheEntry) {
         {R"({"10001": {"name": "x"}})", "\"10001\".rules: must be a non-empty array"},
         {R"({"10001": {"rules": []}})", "\"10001\".rules"},
         {R"({"10001": [{"market": "SH"}]})", "\"10001\": a category must be an object"},
-        {R"({"10001": {"rules": [{"market": "SH"}], "rule": []}})", "\"10001\".rule: unknown category member"},
-        {R"({"10001": {"rules": [{"market": "SH", "prefix": ["600"]}]}})", "\"10001\".rules[0].prefix: unknown rule member"},
+        {R"({"10001": {"rules": [{"market": "SH"}], "rule": []}})",
+         "\"10001\".rule: unknown category member"},
+        {R"({"10001": {"rules": [{"market": "SH", "prefix": ["600"]}]}})",
+         "\"10001\".rules[0].prefix: unknown rule member"},
         {R"({"10001": {"rules": [{"prefixes": ["600"]}]}})", "rules[0]: needs \"market\" or \"markets\""},
         {R"({"10001": {"rules": [{"market": ""}]}})", "rules[0].market"},
-        {R"({"10001": {"rules": [{"market": "SH"}, {"market": "SH", "prefixes": ["600", ""]}]}})", "rules[1].prefixes[1]"},
-        {R"({"10001": {"rules": [{"market": "SH", "prefixes": "600"}]}})", "rules[0].prefixes: must be a non-empty array"},
-        {R"({"10001": {"rules": [{"market": "SH", "ranges": [["1600", "169999"]]}]}})", "rules[0].ranges[0]: low and high"},
-        {R"({"10001": {"rules": [{"market": "SH", "ranges": [["169999", "160000"]]}]}})", "rules[0].ranges[0]: low must not"},
-        {R"({"10001": {"rules": [{"market": "SH", "ranges": [["160000"]]}]}})", "rules[0].ranges[0]: must be a pair"},
+        {R"({"10001": {"rules": [{"market": "SH"}, {"market": "SH", "prefixes": ["600", ""]}]}})",
+         "rules[1].prefixes[1]"},
+        {R"({"10001": {"rules": [{"market": "SH", "prefixes": "600"}]}})",
+         "rules[0].prefixes: must be a non-empty array"},
+        {R"({"10001": {"rules": [{"market": "SH", "ranges": [["1600", "169999"]]}]}})",
+         "rules[0].ranges[0]: low and high"},
+        {R"({"10001": {"rules": [{"market": "SH", "ranges": [["169999", "160000"]]}]}})",
+         "rules[0].ranges[0]: low must not"},
+        {R"({"10001": {"rules": [{"market": "SH", "ranges": [["160000"]]}]}})",
+         "rules[0].ranges[0]: must be a pair"},
         {R"({"20003": {"rules": [{"market": "SHFE", "products": ["rb1"]}]}})", "rules[0].products[0]"},
         {R"({"10001": {"rules": [{"market": "SH", "nameContains": [1]}]}})", "rules[0].nameContains[0]"},
     };
     for (const auto& c : cases) {
         CppCategory category;
-        ASSERT_TRUE(category.loadJson(R"({"10001": {"rules": [{"market": "SH", "prefixes": ["600"]}]}})", "base", nullptr));
+        ASSERT_TRUE(category.loadJson(R"({"10001": {"rules": [{"market": "SH", "prefixes": ["600"]}]}})",
+                                      "base", nullptr));
         std::string error;
         EXPECT_FALSE(category.loadJson(c.json, "broker.json", &error)) << c.json;
         EXPECT_NE(std::string::npos, error.find(c.mentions)) << c.json << " gave: " << error;
@@ -196,9 +204,11 @@ TEST(CppCategoryLoad, EveryProblemIsReportedAtOnce) {
 TEST(CppCategoryLoad, ReloadReplacesEveryCategoryAndBlankLoadsNone) {
     CppCategory category;
     ASSERT_TRUE(category.loadJson(R"({"10001": {"name": "A", "rules": [{"market": "SH"}]},
-                                      "10003": {"rules": [{"market": "SZ"}]}})", "", nullptr));
+                                      "10003": {"rules": [{"market": "SZ"}]}})",
+                                  "", nullptr));
     EXPECT_EQ("A", category.getCategoryName(10001));
-    ASSERT_TRUE(category.loadJson(R"({"10003": {"rules": [{"market": "SZ", "prefixes": ["300"]}]}})", "", nullptr));
+    ASSERT_TRUE(
+        category.loadJson(R"({"10003": {"rules": [{"market": "SZ", "prefixes": ["300"]}]}})", "", nullptr));
     EXPECT_FALSE(category.hasCategory(10001));
     EXPECT_FALSE(category.isStockInCategoryForTS("SH", "600000", "", 10001));
     EXPECT_FALSE(category.isStockInCategoryForTS("SZ", "000001", "", 10003));
@@ -236,12 +246,12 @@ TEST(CppCategoryLoad, ProcessWideInstanceFollowsTheInstalledConfiguration) {
     EXPECT_FALSE(category.isStockInCategoryForTS("SH", "688981", "中芯国际", 10004));
 }
 
-// The example set that ships with the project loads cleanly and files real codes where a broker
+// The example configuration that ships with the project loads cleanly and files real codes where a broker
 // expects them.
 TEST(CppCategoryExample, ShippedCategoriesLoadAndClassifyRealCodes) {
     std::string error;
     const boost::shared_ptr<ConfigCollector> config =
-        ConfigCollector::loadFile(TT_SOURCE_DIR "/examples/categories.json", &error);
+        ConfigCollector::loadFile(TT_SOURCE_DIR "/examples/ttservice.json", &error);
     ASSERT_TRUE(config) << error;
     CppCategory category;
     ASSERT_TRUE(category.loadFromConfig(*config, &error)) << error;

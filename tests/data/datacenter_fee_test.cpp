@@ -2,17 +2,15 @@
 // accounts), the matching rule with its half-open category ranges, what each merge copies, fresh
 // sub-records instead of shared ones, the custom-rate queries, broker figures for foreign fees, and
 // the setters' handling of missing accounts and tables.
-#include "base/data/DataCenter.h"
-
-#include "category/CppCategory.h"
-#include "testing/LogCapture.h"
-
 #include <gtest/gtest.h>
 
 #include <boost/make_shared.hpp>
-
 #include <cmath>
 #include <limits>
+
+#include "base/data/DataCenter.h"
+#include "category/CppCategory.h"
+#include "testing/LogCapture.h"
 
 using namespace ttservice;
 
@@ -40,7 +38,9 @@ CAccountInfoPtr account(const std::string& id, const std::string& sub, int type 
     return a;
 }
 
-CAccountInfoPtr superAccount(const std::string& id, int type) { return account(id, CAccountInfo::SUPER_ACCOUNT_TAG, type); }
+CAccountInfoPtr superAccount(const std::string& id, int type) {
+    return account(id, CAccountInfo::SUPER_ACCOUNT_TAG, type);
+}
 
 CInstrumentFeePtr feeFor(const std::string& market, const std::string& code, const std::string& name = "",
                          const std::string& product = "") {
@@ -116,7 +116,8 @@ protected:
         m_dc->setAccountsStockInstrumentFee({{a, t}});
     }
     // The buy commission rate the stock merge leaves on a fee for SH600000, or -1 with no sub-record.
-    double mergedBuyRate(const CAccountInfoPtr& a, const std::string& market = "SH", const std::string& code = "600000") {
+    double mergedBuyRate(const CAccountInfoPtr& a, const std::string& market = "SH",
+                         const std::string& code = "600000") {
         const CInstrumentFeePtr fee = feeFor(market, code, "浦发银行");
         m_dc->testMergeStockInstrumentFee(a, fee);
         return fee->m_stkExchange ? fee->m_stkExchange->m_dBuyCommissionRate : -1.0;
@@ -133,11 +134,8 @@ TEST_F(FeeMergeTest, OwnRateOverridesTheParentsAndParentsStaysWhereOwnHasNone) {
         double own;     // < 0: no table; 0: a table whose only entry does not match
         double expected;
     } cases[] = {
-        {0.0003, 0.0001, 0.0001},
-        {0.0003, -1.0, 0.0003},
-        {0.0003, 0.0, 0.0003},
-        {-1.0, 0.0001, 0.0001},
-        {-1.0, -1.0, -1.0},
+        {0.0003, 0.0001, 0.0001}, {0.0003, -1.0, 0.0003}, {0.0003, 0.0, 0.0003},
+        {-1.0, 0.0001, 0.0001},   {-1.0, -1.0, -1.0},
     };
     for (const auto& c : cases) {
         m_dc = boost::make_shared<DataCenter>();
@@ -157,7 +155,8 @@ TEST_F(FeeMergeTest, SuperAccountUsesOnlyItsOwnTable) {
     EXPECT_DOUBLE_EQ(0.0002, mergedBuyRate(super));
 
     // Futures, HGT and Sgt follow the same rule.
-    m_dc->setAccountFutureInstruemntFee({{account("880001", ""), futureTable({futureRate("20003", 0.5)}, {})}});
+    m_dc->setAccountFutureInstruemntFee(
+        {{account("880001", ""), futureTable({futureRate("20003", 0.5)}, {})}});
     const CInstrumentFeePtr fee = feeFor("SHFE", "rb2410");
     m_dc->testMergeFutureInstrumentFee(super, fee);
     EXPECT_DOUBLE_EQ(0.0, fee->m_dOpenRatioByMoney);
@@ -179,23 +178,23 @@ struct MatchCase {
 
 TEST_F(FeeMergeTest, MatchingRuleUsesCodeListsAndGroupsOnlyInsideTheirHalfOpenRanges) {
     const MatchCase cases[] = {
-        {"10001", {}, nullptr, {}, "SH", "600000", true},                 // configured rules
+        {"10001", {}, nullptr, {}, "SH", "600000", true},  // configured rules
         {"10001", {}, nullptr, {}, "SZ", "000001", false},
-        {"10000", {"SH600000"}, nullptr, {}, "SH", "600000", false},      // below 10001: the list is ignored
-        {"10001", {"SZ000001"}, nullptr, {}, "SZ", "000001", true},       // the list decides ...
-        {"10001", {"SZ000001"}, nullptr, {}, "SH", "600000", false},      // ... even against the rules
-        {"10001", {"SZ000001"}, "10003", {}, "SZ", "000001", false},      // a map without this category's list
-        {"20001", {"SZ000001"}, nullptr, {}, "SZ", "000001", true},       // 20001 is inside the range
-        {"20002", {"SZ000001"}, nullptr, {}, "SZ", "000001", false},      // 20002 is not: rules only
+        {"10000", {"SH600000"}, nullptr, {}, "SH", "600000", false},  // below 10001: the list is ignored
+        {"10001", {"SZ000001"}, nullptr, {}, "SZ", "000001", true},   // the list decides ...
+        {"10001", {"SZ000001"}, nullptr, {}, "SH", "600000", false},  // ... even against the rules
+        {"10001", {"SZ000001"}, "10003", {}, "SZ", "000001", false},  // a map without this category's list
+        {"20001", {"SZ000001"}, nullptr, {}, "SZ", "000001", true},   // 20001 is inside the range
+        {"20002", {"SZ000001"}, nullptr, {}, "SZ", "000001", false},  // 20002 is not: rules only
         {"20002", {"SZ000001"}, nullptr, {}, "SHFE", "cu2409", true},
         {"20001", {"SZ000001"}, nullptr, {}, "SHFE", "au2412", false},
-        {"70000", {}, nullptr, {"10001"}, "SH", "600000", false},         // below 70001: no group test
+        {"70000", {}, nullptr, {"10001"}, "SH", "600000", false},  // below 70001: no group test
         {"70001", {}, nullptr, {"10001"}, "SH", "600000", true},
-        {"80001", {}, nullptr, {"10001"}, "SH", "600000", true},          // 80001 is inside the range
-        {"80002", {}, nullptr, {"10001"}, "SH", "600000", false},         // 80002 is not: rules only
+        {"80001", {}, nullptr, {"10001"}, "SH", "600000", true},   // 80001 is inside the range
+        {"80002", {}, nullptr, {"10001"}, "SH", "600000", false},  // 80002 is not: rules only
         {"80002", {}, nullptr, {"10001"}, "SZ", "000001", true},
-        {"80001", {}, nullptr, {}, "SH", "600000", false},                // no members: rules of 80001 (none)
-        {"abc", {}, nullptr, {}, "SH", "600000", false},                  // non-numeric: category 0
+        {"80001", {}, nullptr, {}, "SH", "600000", false},  // no members: rules of 80001 (none)
+        {"abc", {}, nullptr, {}, "SH", "600000", false},    // non-numeric: category 0
         {"", {}, nullptr, {}, "SH", "600000", false},
         {"abc", {"SH600000"}, nullptr, {}, "SH", "600000", false},
     };
@@ -204,7 +203,8 @@ TEST_F(FeeMergeTest, MatchingRuleUsesCodeListsAndGroupsOnlyInsideTheirHalfOpenRa
         const CAccountInfoPtr a = account("880001", "");
         CCustomStockFeeRatePtr entry = stockRate(c.category, 0.0004);
         if (!c.customList.empty())
-            entry->m_mapCustomCategory[c.customListCategory ? c.customListCategory : c.category] = c.customList;
+            entry->m_mapCustomCategory[c.customListCategory ? c.customListCategory : c.category] =
+                c.customList;
         for (const std::string& g : c.groupMembers) entry->m_vGroupCategory.push_back(member(g));
         setStock(a, stockTable({entry}));
         EXPECT_EQ(c.expected, mergedBuyRate(a, c.market, c.code) > 0)
@@ -225,7 +225,8 @@ TEST_F(FeeMergeTest, StockMergeCopiesSevenValuesIntoAFreshSubRecord) {
     const struct {
         double minVolume;
         int64_t expected;
-    } volumes[] = {{100.0, 100}, {100.4, 100}, {99.6, 100}, {0.0, 0}, {-5.0, 0}, {std::nan(""), 0}, {1e20, 0}};
+    } volumes[] = {{100.0, 100}, {100.4, 100},      {99.6, 100}, {0.0, 0},
+                   {-5.0, 0},    {std::nan(""), 0}, {1e20, 0}};
     for (const auto& v : volumes) {
         const CAccountInfoPtr a = account("880001", "");
         CCustomStockFeeRatePtr e = stockRate("10001", 0.0003);
@@ -283,7 +284,8 @@ TEST_F(FeeMergeTest, MissingPiecesLeaveTheFeeUnchanged) {
 
 // ---- stock options ---------------------------------------------------------------------------------------
 
-CCustomStockFeeRatePtr optionRate(const std::string& category, int offset, int covered, int direction, double open) {
+CCustomStockFeeRatePtr optionRate(const std::string& category, int offset, int covered, int direction,
+                                  double open) {
     CCustomStockFeeRatePtr r = boost::make_shared<CCustomStockFeeRate>();
     r->m_strCategory = category;
     r->m_dBuyCommissionRate = 0.5;
@@ -300,7 +302,7 @@ CCustomStockFeeRatePtr optionRate(const std::string& category, int offset, int c
 
 TEST_F(FeeMergeTest, StockOptionSuperAccountGetsAnItemFromEveryEntryWithoutCategoryTest) {
     const CAccountInfoPtr super = superAccount("990001", 6);
-    setStock(super, stockTable({optionRate("abc", '0', '1', '0', 1.6),   // key "001"
+    setStock(super, stockTable({optionRate("abc", '0', '1', '0', 1.6),    // key "001"
                                 optionRate("10003", 'D', '1', '1', 0.6),  // exercise: key "1D"
                                 optionRate("", '1', '0', '1', 2.0),       // key "110"
                                 optionRate("10001", '0', '1', '0', 1.8),  // "001" again: replaces the first
@@ -315,8 +317,7 @@ TEST_F(FeeMergeTest, StockOptionSuperAccountGetsAnItemFromEveryEntryWithoutCateg
     EXPECT_EQ(4u, log.count("[ACCT|990001] [SH-10004567] loadCustomFeeRate_StockOption, rate: "));
     EXPECT_FALSE(fee->m_stkExchange);  // an option account gets items, not stock rates
     const CStockOptionFeeItemMap& items = fee->m_mapStockOptionFee;
-    ASSERT_EQ((std::vector<std::string>{"001", "110", "1D", "X"}),
-              ([&] {
+    ASSERT_EQ((std::vector<std::string>{"001", "110", "1D", "X"}), ([&] {
                   std::vector<std::string> keys;
                   for (const auto& i : items) keys.push_back(i.first);
                   return keys;
@@ -338,8 +339,8 @@ TEST_F(FeeMergeTest, StockOptionSuperAccountWithoutTableLogsTheErrorAndLeavesThe
     const CInstrumentFeePtr fee = feeFor("SH", "10004567");
     test::LogCapture log;
     m_dc->testMergeStockInstrumentFee(superAccount("990001", 6), fee);
-    EXPECT_EQ(1u, log.count(
-                      "[ACCT|990001] [SH-10004567] loadCustomFeeRate_StockOption error: CustomStockInstrumentFee is null"));
+    EXPECT_EQ(1u, log.count("[ACCT|990001] [SH-10004567] loadCustomFeeRate_StockOption error: "
+                            "CustomStockInstrumentFee is null"));
     EXPECT_TRUE(fee->m_mapStockOptionFee.empty());
     EXPECT_FALSE(fee->m_stkExchange);
     // A type-6 account that is not a super account takes the ordinary stock path.
@@ -352,13 +353,14 @@ TEST_F(FeeMergeTest, StockOptionSuperAccountWithoutTableLogsTheErrorAndLeavesThe
 TEST_F(FeeMergeTest, FuturesCommissionAndMarginAreMatchedSeparately) {
     const CAccountInfoPtr parent = account("880001", "");
     const CAccountInfoPtr sub = account("880001", "S1");
-    m_dc->setAccountFutureInstruemntFee({{parent, futureTable({futureRate("20003", 0.1)}, {futureRate("20003", 0.2)})},
-                                         {sub, futureTable({futureRate("20001", 0.7), futureRate("20003", 0.3)}, {})}});
+    m_dc->setAccountFutureInstruemntFee(
+        {{parent, futureTable({futureRate("20003", 0.1)}, {futureRate("20003", 0.2)})},
+         {sub, futureTable({futureRate("20001", 0.7), futureRate("20003", 0.3)}, {})}});
     const CInstrumentFeePtr fee = feeFor("SHFE", "rb2410");
     m_dc->testMergeFutureInstrumentFee(sub, fee);
-    EXPECT_DOUBLE_EQ(0.3, fee->m_dOpenRatioByMoney);         // own commission
+    EXPECT_DOUBLE_EQ(0.3, fee->m_dOpenRatioByMoney);  // own commission
     EXPECT_DOUBLE_EQ(0.6, fee->m_dCloseTodayRatioByVolume);
-    EXPECT_DOUBLE_EQ(0.2, fee->m_dLongMarginRatioByMoney);   // the parent's margin stays
+    EXPECT_DOUBLE_EQ(0.2, fee->m_dLongMarginRatioByMoney);  // the parent's margin stays
     EXPECT_DOUBLE_EQ(0.4, fee->m_dShortMarginRatioByVolume);
 
     const struct {
@@ -368,14 +370,13 @@ TEST_F(FeeMergeTest, FuturesCommissionAndMarginAreMatchedSeparately) {
         bool margin;
     } cases[] = {
         {sub, "rb2410", true, false},  // the parent's margin entry does not count
-        {parent, "rb2410", true, true},
-        {sub, "au2412", true, false},
-        {parent, "au2412", false, false},
-        {account("880002", ""), "rb2410", false, false},
+        {parent, "rb2410", true, true},   {sub, "au2412", true, false},
+        {parent, "au2412", false, false}, {account("880002", ""), "rb2410", false, false},
     };
     for (const auto& c : cases) {
         const CInstrumentFeePtr f = feeFor("SHFE", c.code);
-        EXPECT_EQ(c.commission, m_dc->isCustomCommission(c.account, f)) << c.account->getKey() << " " << c.code;
+        EXPECT_EQ(c.commission, m_dc->isCustomCommission(c.account, f))
+            << c.account->getKey() << " " << c.code;
         EXPECT_EQ(c.margin, m_dc->isCustomMargin(c.account, f)) << c.account->getKey() << " " << c.code;
     }
     test::LogCapture log;
@@ -430,7 +431,8 @@ TEST_F(FeeMergeTest, HgtUsesTheFullRuleWhileSgtUsesOnlyTheCategoryRules) {
     EXPECT_DOUBLE_EQ(0.0, south->m_dHGTCommissionRate);
 }
 
-// ---- foreign -----------------------------------------------------------------------------------------------
+// ---- foreign
+// -----------------------------------------------------------------------------------------------
 
 CCustomSPFeeRatePtr spRate(const std::string& market, const std::string& product, double rate,
                            const std::string& currency) {
@@ -445,7 +447,8 @@ CCustomSPFeeRatePtr spRate(const std::string& market, const std::string& product
 TEST_F(FeeMergeTest, ForeignMergeMatchesMarketAndProductAndCopiesTheCurrencyIntoAFreshInstrument) {
     const CAccountInfoPtr a = account("660001", "");
     CCustomSPInstrumentFeePtr table = boost::make_shared<CCustomSPInstrumentFee>();
-    table->m_vRates = {spRate("SGX", "FEF", 3.0, "USD"), spRate("SGX", "CN", 2.5, "USD"), spRate("SGX", "CN", 9.9, "SGD")};
+    table->m_vRates = {spRate("SGX", "FEF", 3.0, "USD"), spRate("SGX", "CN", 2.5, "USD"),
+                       spRate("SGX", "CN", 9.9, "SGD")};
     m_dc->setAccountForeignInstruemntFee({{a, table}});
 
     const CInstrumentFeePtr fee = feeFor("SGX", "CN2409", "A50 2409", "CN");
@@ -489,11 +492,9 @@ TEST_F(FeeMergeTest, BrokerFiguresSetPerLotMarginAndCommissionWhenUsable) {
         double commission;
         double ratio;
     } cases[] = {
-        {1500.0, 2.5, 1500.0, 2.5, 0.0},
-        {0.0, 2.5, 800.0, 2.5, 0.0},    // no deposit figure: margin kept
-        {1500.0, -1.0, 1500.0, 1.0, 0.001},  // no fee figure: commission kept
-        {nan, nan, 800.0, 1.0, 0.001},
-        {1500.0, 0.0, 1500.0, 0.0, 0.0},  // a zero commission is a figure
+        {1500.0, 2.5, 1500.0, 2.5, 0.0},    {0.0, 2.5, 800.0, 2.5, 0.0},  // no deposit figure: margin kept
+        {1500.0, -1.0, 1500.0, 1.0, 0.001},                               // no fee figure: commission kept
+        {nan, nan, 800.0, 1.0, 0.001},      {1500.0, 0.0, 1500.0, 0.0, 0.0},  // a zero commission is a figure
     };
     for (const auto& c : cases) {
         const CInstrumentFeePtr fee = feeFor("SGX", "CN2409");
@@ -516,19 +517,22 @@ TEST_F(FeeMergeTest, BrokerFiguresSetPerLotMarginAndCommissionWhenUsable) {
     }
     test::LogCapture log;
     m_dc->updateForeignInstruemntFeeByBroker(feeFor("SGX", "CN2409"), 1500, 2.5);
-    EXPECT_TRUE(log.contains(
-        "[wp] MarketID:SGX, InstrumentID:CN2409, rawMargin:0, rawCommission:0, From YS_Broker:[deposit:1500, dfee:2.5]"));
+    EXPECT_TRUE(
+        log.contains("[wp] MarketID:SGX, InstrumentID:CN2409, rawMargin:0, rawCommission:0, From "
+                     "YS_Broker:[deposit:1500, dfee:2.5]"));
     m_dc->updateForeignInstruemntFeeByBroker(CInstrumentFeePtr(), 1500, 2.5);
 }
 
-// ---- setters -------------------------------------------------------------------------------------------------
+// ---- setters
+// -------------------------------------------------------------------------------------------------
 
 TEST_F(FeeMergeTest, SettersSkipMissingAccountsAndTablesWithTheirLine) {
     const CAccountInfoPtr a = account("X", "");
     const CAccountInfoPtr b = account("Y", "");
     test::LogCapture log;
     const CCustomStockInstrumentFeePtr stock = stockTable({});
-    m_dc->setAccountsStockInstrumentFee({{CAccountInfoPtr(), stock}, {a, stock}, {b, CCustomStockInstrumentFeePtr()}});
+    m_dc->setAccountsStockInstrumentFee(
+        {{CAccountInfoPtr(), stock}, {a, stock}, {b, CCustomStockInstrumentFeePtr()}});
     EXPECT_EQ(2u, log.count("DataCenter::setAccountsStockInstrumentFee: accountDataPtr is Null."));
     EXPECT_EQ(stock, m_dc->getAccountStockInstrumentFee("10001_X"));
     EXPECT_FALSE(m_dc->getAccountStockInstrumentFee("10001_Y"));
@@ -536,7 +540,8 @@ TEST_F(FeeMergeTest, SettersSkipMissingAccountsAndTablesWithTheirLine) {
     m_dc->setAccountFutureInstruemntFee({{CAccountInfoPtr(), futureTable({}, {})}});
     EXPECT_EQ(1u, log.count("DataCenter::setAccountFutureInstruemntFee: accountDataPtr is Null."));
     m_dc->setAccountsHGTInstrumentFee({{b, CCustomHGTInstrumentFeePtr()}});
-    EXPECT_EQ(1u, log.count("DataCenter::setAccountHGTInstruemntFee: accountDataPtr is Null. strKey = 10001_Y"));
+    EXPECT_EQ(1u,
+              log.count("DataCenter::setAccountHGTInstruemntFee: accountDataPtr is Null. strKey = 10001_Y"));
     m_dc->setAccountsSgtInstrumentFee({{b, CCustomSgtInstrumentFeePtr()}});
     EXPECT_EQ(1u, log.count("accountDataPtr[10001_Y] is Null."));
     m_dc->setAccountForeignInstruemntFee({{b, CCustomSPInstrumentFeePtr()}});

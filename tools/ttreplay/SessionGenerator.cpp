@@ -621,13 +621,13 @@ private:
         }
         lifecycle("start_cache", a);
         // The query answers of the login: yesterday's positions, then the funds.
-        const int held = static_cast<int>(std::min<size_t>(a.universe.size(), 2 + m_rand.below(5)));
+        const int held = static_cast<int>(std::min<size_t>(a.universe.size(), 4 + m_rand.below(8)));
         for (int k = 0; k < held && budget(); ++k) {
             const int inst = a.universe[m_rand.below(a.universe.size())];
             const CInst& i = m_insts[inst];
             const int dir = (i.kind == FUTURE && m_rand.chance(40)) ? 49 : 48;
             CPos& p = a.positions[std::make_pair(inst, dir)];
-            const int64_t lots = i.kind == FUTURE ? m_rand.range(1, 20) : m_rand.range(1, 30);
+            const int64_t lots = i.kind == FUTURE ? m_rand.range(1, 20) : m_rand.range(20, 200);
             const int64_t vol = lots * i.lot;
             p.volume += vol;
             p.yesterday += vol;
@@ -694,7 +694,18 @@ private:
     }
 
     void newOrder(CAcct& a) {
-        const int inst = a.universe[m_rand.below(a.universe.size())];
+        int inst = a.universe[m_rand.below(a.universe.size())];
+        // Short of cash, a trader sells what it holds rather than sending orders that bounce.
+        bool mustClose = false;
+        if (a.available * 10 < a.preBalance) {
+            std::vector<int> held;
+            for (const auto& kv : a.positions)
+                if (kv.second.canUse > 0) held.push_back(kv.first.first);
+            if (!held.empty()) {
+                inst = m_rand.pick(held);
+                mustClose = true;
+            }
+        }
         CInst& i = m_insts[inst];
         COrd o;
         o.inst = inst;
@@ -706,7 +717,11 @@ private:
         if (lp != a.positions.end() && lp->second.canUse > 0) longPos = &lp->second;
         auto sp = a.positions.find(std::make_pair(inst, 49));
         if (sp != a.positions.end() && sp->second.canUse > 0) shortPos = &sp->second;
-        const bool close = (longPos || shortPos) && m_rand.chance(45);
+        // The less cash is left, the likelier a close: 40% with all of it, 90% with a tenth or less.
+        const int64_t cashPct = std::max<int64_t>(
+            10, std::min<int64_t>(60, a.available * 100 / std::max<int64_t>(1, a.preBalance)));
+        const bool close =
+            (longPos || shortPos) && (mustClose || m_rand.chance(static_cast<int>(100 - cashPct)));
         if (a.family == FAMILY_FUTURE) {
             if (close) {
                 const bool closeLong = longPos && (!shortPos || m_rand.chance(50));
@@ -733,7 +748,12 @@ private:
             o.dir = 48;
             o.offset = 48;
             o.op = a.family == FAMILY_OPTION ? 32 : 18;
-            o.volume = static_cast<int>(m_rand.range(1, a.family == FAMILY_OPTION ? 20 : 10) * i.lot);
+            // A buy spends a small share of the day's starting funds, smaller the longer the day, so
+            // that cash lasts the whole session.
+            const int64_t lotValue = std::max<int64_t>(1, i.last * i.lot * i.multiple);
+            const int64_t most = std::max<int64_t>(1, a.preBalance / m_buyDivisor / lotValue);
+            o.volume = static_cast<int>(
+                std::min<int64_t>(most, m_rand.range(1, a.family == FAMILY_OPTION ? 20 : 10)) * i.lot);
         }
         // A limit price a few ticks from the last price, within the day's limits.
         const int64_t step = i.kind == HK ? hkTick(i.last) : i.tick;
@@ -744,11 +764,21 @@ private:
         const bool opens = o.offset == 48;
         if (opens) {
             const int64_t amount = o.price * o.volume * i.multiple;
-            const int64_t need =
+            int64_t need =
                 (a.family == FAMILY_FUTURE ? amount / 10 : amount) + feeOf(a, amount, o.volume, false);
             if (need > a.available) {
-                record(a, orderJson(a, o, 57, 52, std::string(), "可用资金不足"));
-                return;
+                // Order what the funds allow; now and then the order goes out anyway and is refused.
+                const int64_t lots = std::min<int64_t>(
+                    o.volume / i.lot, a.available / std::max<int64_t>(1, need / (o.volume / i.lot)));
+                if (lots < 1 || m_rand.chance(10)) {
+                    if (m_rand.chance(20)) record(a, orderJson(a, o, 57, 52, std::string(), "可用资金不足"));
+                    return;
+                }
+                o.volume = static_cast<int>(lots * i.lot);
+                const int64_t smaller = o.price * o.volume * i.multiple;
+                need =
+                    (a.family == FAMILY_FUTURE ? smaller / 10 : smaller) + feeOf(a, smaller, o.volume, false);
+                if (need > a.available) return;
             }
             o.reserve = need;
             a.available -= need;
@@ -814,7 +844,8 @@ private:
             }
             p.volume += vol;
             p.cost += amount;
-            if (a.family == FAMILY_FUTURE) p.canUse += vol;  // stock bought today is sellable tomorrow
+            // Futures, options and Hong Kong shares trade T+0; A shares bought today sell tomorrow.
+            if (a.family != FAMILY_STOCK) p.canUse += vol;
         } else {
             const int64_t costPart = p.volume ? p.cost * vol / p.volume : 0;
             p.cost -= costPart;
@@ -953,6 +984,9 @@ private:
         const uint64_t expectedActions = std::max<uint64_t>(1, m_options.m_nRecords / 3);
         const int64_t stepMs = std::max<int64_t>(1, static_cast<int64_t>(4 * 3600 * 1000 / expectedActions));
         m_clockMs = (9 * 3600 + 30 * 60) * 1000LL;
+        m_buyDivisor = std::max<int64_t>(
+            50, static_cast<int64_t>(m_options.m_nRecords /
+                                     static_cast<uint64_t>(std::max(1, m_options.m_nAccounts)) / 12));
         uint64_t actions = 0;
         bool reloaded = false;
         while (budget()) {
@@ -961,7 +995,12 @@ private:
             const size_t index = m_rand.below(m_accounts.size());
             CAcct& a = m_accounts[index];
             const uint64_t r = m_rand.below(100);
-            if (a.open.empty() || r < 40)
+            const uint64_t before = m_counts.m_nRecords;
+            // A fill writes its deal and the order together: near the end of the budget only funds
+            // come, so that every deal's order tells its traded volume.
+            if (m_options.m_nRecords - m_counts.m_nRecords < 3)
+                record(a, accountDetailJson(a));
+            else if (a.open.empty() || r < 40)
                 newOrder(a);
             else if (r < 80)
                 fill(a, m_rand.below(a.open.size()));
@@ -969,6 +1008,8 @@ private:
                 cancel(a, m_rand.below(a.open.size()));
             else
                 record(a, accountDetailJson(a));
+            // An order it could not send: the funds are asked for instead.
+            if (m_counts.m_nRecords == before) record(a, accountDetailJson(a));
 
             if (actions % 8 == 0) quote();
             if (actions % 150 == 0) line(CJson().str("event", "advance").num("ms", 1000).done());
@@ -1004,6 +1045,7 @@ private:
     std::vector<CInst> m_insts;
     std::vector<CAcct> m_accounts;
     int64_t m_clockMs = 0;
+    int64_t m_buyDivisor = 50;
 };
 
 }  // namespace

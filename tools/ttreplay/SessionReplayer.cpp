@@ -427,7 +427,7 @@ bool CSessionReplayer::CImpl::fail(int64_t lineNo, const std::string& reason) {
 void CSessionReplayer::CImpl::emit(Json::Value result, const std::string& text) {
     if (m_options.m_bJson) {
         result["line"] = Json::Int64(m_nLine);
-        m_results.append(result);
+        m_results.append(std::move(result));
     } else {
         m_out << prefix() << text << '\n';
     }
@@ -512,26 +512,34 @@ bool CSessionReplayer::CImpl::apply(CSessionEvent& e, std::string* why) {
             const size_t fired =
                 net::RPCEngine::instance()->advanceClock(boost::posix_time::milliseconds(e.m_nMillis));
             std::vector<CReplayCalculator::CRevaluation> revaluations = m_calc->take();
+            // Only the form the output needs is built: a long session advances the clock often.
             Json::Value result(Json::objectValue);
-            result["event"] = "advance";
-            result["ms"] = Json::Int64(e.m_nMillis);
-            result["timersFired"] = Json::UInt64(fired);
-            result["revaluations"] = Json::Value(Json::arrayValue);
             std::ostringstream text;
-            text << "advance " << e.m_nMillis << " ms: " << fired << " timer(s) fired, "
-                 << revaluations.size() << " revaluation(s)";
-            for (const CReplayCalculator::CRevaluation& r : revaluations) {
-                Json::Value rv(Json::objectValue);
-                rv["account"] = r.m_strAccount;
-                rv["changes"] = changesJson(r.m_changes);
-                result["revaluations"].append(rv);
-                text << "\n  revalue " << r.m_strAccount << ":";
-                for (const auto& kv : r.m_changes) text << " " << kv.first << "=" << formatNumber(kv.second);
+            if (m_options.m_bJson) {
+                result["event"] = "advance";
+                result["ms"] = Json::Int64(e.m_nMillis);
+                result["timersFired"] = Json::UInt64(fired);
+                result["revaluations"] = Json::Value(Json::arrayValue);
+            } else {
+                text << "advance " << e.m_nMillis << " ms: " << fired << " timer(s) fired, "
+                     << revaluations.size() << " revaluation(s)";
+            }
+            for (CReplayCalculator::CRevaluation& r : revaluations) {
+                if (m_options.m_bJson) {
+                    Json::Value rv(Json::objectValue);
+                    rv["account"] = r.m_strAccount;
+                    rv["changes"] = changesJson(r.m_changes);
+                    result["revaluations"].append(rv);
+                } else {
+                    text << "\n  revalue " << r.m_strAccount << ":";
+                    for (const auto& kv : r.m_changes)
+                        text << " " << kv.first << "=" << formatNumber(kv.second);
+                }
                 std::map<std::string, std::unique_ptr<CAccountEntry> >::iterator a =
                     m_accounts.find(r.m_strAccount);
                 if (a != m_accounts.end()) {
                     ++a->second->m_nRevaluations;
-                    a->second->m_lastChanges = r.m_changes;
+                    a->second->m_lastChanges.swap(r.m_changes);
                 }
             }
             emit(result, text.str());
@@ -925,11 +933,13 @@ Json::Value CSessionReplayer::CImpl::accountSummary(const CAccountEntry& a) cons
     s["positionCount"] = Json::UInt64(positions.size());
 
     std::vector<IDataPtr> open;
+    // The store is asked for the undealt volumes of every instrument with an order that has an
+    // untraded remainder: only such an order can count, whatever the rule of which ones do.
     std::set<std::string> instruments;
     for (const IDataPtr& r : orders) {
         const COrderDetail* o = dynamic_cast<const COrderDetail*>(r.get());
         if (!o) continue;
-        instruments.insert(o->m_strInstrumentID);
+        if (o->m_nVolumeTotalOriginal > o->m_nVolumeTraded) instruments.insert(o->m_strInstrumentID);
         if (!COrderDetailHelper::completed(*o)) open.push_back(r);
     }
     listed(open, s["openOrders"]);
