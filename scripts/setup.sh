@@ -34,7 +34,8 @@ install_packages() {
 
 configure() {  # configure DIR [cmake options...]
     local dir=$1; shift
-    cmake -S "$ROOT" -B "$dir" "$@" > "$dir.configure.log" 2>&1 || { cat "$dir.configure.log"; return 1; }
+    mkdir -p "$dir"
+    cmake -S "$ROOT" -B "$dir" "$@" > "$dir/configure.log" 2>&1 || { cat "$dir/configure.log"; return 1; }
 }
 build() {  # build DIR [cmake options...]
     configure "$@"
