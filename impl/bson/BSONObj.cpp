@@ -1,5 +1,6 @@
 #include "bson/BSONObj.h"
 
+#include <cstdint>
 #include <cstring>
 #include <sstream>
 
@@ -17,16 +18,51 @@ bool fail(std::string* reason, const std::string& what) {
     return false;
 }
 
+// Where a nested document sits within the top-level one: a chain of keys up to the top, turned
+// into a dotted name ("m_accountInfo.m_strAccountID") only when a message needs it, so a walk that
+// succeeds allocates nothing.
+struct Path {
+    const Path* parent;
+    const char* key;
+};
+
+std::string dotted(const Path* p) {
+    if (!p) return std::string();
+    std::string up = dotted(p->parent);
+    return up.empty() ? std::string(p->key) : up + "." + p->key;
+}
+
+std::string fieldName(const Path* path, const char* key) {
+    const Path here{path, key};
+    return "field '" + dotted(&here) + "'";
+}
+
+// True when n bytes at s are UTF-8 (a NUL inside a string is allowed, as BSON strings carry their
+// length). Field names and most values are ASCII: those are settled by one pass over the bytes,
+// and only text with a byte above 0x7f goes through libbson's decoder.
+bool validText(const char* s, size_t n) {
+    if (!s) return false;
+    for (size_t i = 0; i < n; ++i)
+        if (static_cast<unsigned char>(s[i]) >= 0x80) return bson_utf8_validate(s, n, true);
+    return true;
+}
+
 // Walks one document completely. libbson's own bson_validate() lets some broken buffers through
-// (bad UTF-8, corrupt string lengths), so every element is visited and checked here.
-bool validateDoc(const bson_t* doc, int depth, std::string* reason) {
-    if (depth > kMaxDepth) return fail(reason, "document nested deeper than 64 levels");
+// (bad UTF-8 in code, regular expressions and their scopes, among others), so every element is
+// visited and checked here: every text is UTF-8, every nested document and array is walked in
+// turn, and the walk must end exactly on the document's terminating byte. `path` locates this
+// document within the top-level one (null at the top), for messages.
+bool validateDoc(const bson_t* doc, int depth, const Path* path, std::string* reason) {
+    if (depth > kMaxDepth)
+        return fail(reason, "document '" + dotted(path) + "' nested deeper than 64 levels");
     bson_iter_t it;
-    if (!bson_iter_init(&it, doc)) return fail(reason, "bad document header");
+    if (!bson_iter_init(&it, doc)) return fail(reason, "bad document header at '" + dotted(path) + "'");
+    const char* last = nullptr;  // the key of the last element read whole, to place a corrupt one
     while (bson_iter_next(&it)) {
         const char* key = bson_iter_key(&it);
-        if (!bson_utf8_validate(key, strlen(key), false)) {
-            return fail(reason, "field name is not UTF-8 at offset " + std::to_string(it.off));
+        if (!validText(key, strlen(key))) {  // a key holds no NUL: it ends at the first one
+            return fail(reason, "field name is not UTF-8 at offset " + std::to_string(it.off) +
+                                    (path ? " of '" + dotted(path) + "'" : std::string()));
         }
         switch (bson_iter_type(&it)) {
         case BSON_TYPE_UTF8:
@@ -37,9 +73,37 @@ bool validateDoc(const bson_t* doc, int depth, std::string* reason) {
             if (bson_iter_type(&it) == BSON_TYPE_UTF8) s = bson_iter_utf8(&it, &n);
             else if (bson_iter_type(&it) == BSON_TYPE_CODE) s = bson_iter_code(&it, &n);
             else s = bson_iter_symbol(&it, &n);
-            if (!s || !bson_utf8_validate(s, n, true)) {
-                return fail(reason, std::string("string field '") + key + "' is not valid UTF-8");
-            }
+            if (!validText(s, n))
+                return fail(reason, "string " + fieldName(path, key) + " is not valid UTF-8");
+            break;
+        }
+        case BSON_TYPE_REGEX: {
+            const char* options = nullptr;
+            const char* re = bson_iter_regex(&it, &options);
+            if (!re || !options || !validText(re, strlen(re)) || !validText(options, strlen(options)))
+                return fail(reason, "regular expression " + fieldName(path, key) + " is not valid UTF-8");
+            break;
+        }
+        case BSON_TYPE_DBPOINTER: {
+            uint32_t n = 0;
+            const char* collection = nullptr;
+            const bson_oid_t* oid = nullptr;
+            bson_iter_dbpointer(&it, &n, &collection, &oid);
+            if (!validText(collection, n))
+                return fail(reason, "db pointer " + fieldName(path, key) + " is not valid UTF-8");
+            break;
+        }
+        case BSON_TYPE_CODEWSCOPE: {
+            uint32_t n = 0, scopeLen = 0;
+            const uint8_t* scopeData = nullptr;
+            const char* code = bson_iter_codewscope(&it, &n, &scopeLen, &scopeData);
+            if (!validText(code, n))
+                return fail(reason, "code " + fieldName(path, key) + " is not valid UTF-8");
+            bson_t scope;
+            if (!scopeData || !bson_init_static(&scope, scopeData, scopeLen))
+                return fail(reason, "scope of " + fieldName(path, key) + " is corrupt");
+            const Path here{path, key};
+            if (!validateDoc(&scope, depth + 1, &here, reason)) return false;
             break;
         }
         case BSON_TYPE_DOCUMENT:
@@ -49,20 +113,25 @@ bool validateDoc(const bson_t* doc, int depth, std::string* reason) {
             if (bson_iter_type(&it) == BSON_TYPE_DOCUMENT) bson_iter_document(&it, &n, &data);
             else bson_iter_array(&it, &n, &data);
             bson_t sub;
-            if (!data || !bson_init_static(&sub, data, n)) {
-                return fail(reason, std::string("nested document '") + key + "' is corrupt");
-            }
-            if (!validateDoc(&sub, depth + 1, reason)) return false;
+            if (!data || !bson_init_static(&sub, data, n))
+                return fail(reason, "nested document " + fieldName(path, key) + " is corrupt");
+            const Path here{path, key};
+            if (!validateDoc(&sub, depth + 1, &here, reason)) return false;
             break;
         }
         default:
             break;
         }
+        last = key;
     }
-    // A walk that stopped on a corrupt element records its offset in err_off; a complete walk
-    // stops on the terminating byte.
+    // A walk that stopped on a corrupt element records its offset in err_off (or stops short of
+    // the end on an unknown type byte); a complete walk stops on the terminating byte.
     if (it.err_off != 0 || it.off + 1 != doc->len) {
-        return fail(reason, "corrupt element at offset " + std::to_string(it.err_off));
+        const uint32_t at = it.err_off != 0 ? it.err_off : it.off;
+        const std::string where = last   ? "after " + fieldName(path, last)
+                                  : path ? "first element of '" + dotted(path) + "'"
+                                         : std::string("first element");
+        return fail(reason, "corrupt element at offset " + std::to_string(at) + " (" + where + ")");
     }
     return true;
 }
@@ -99,7 +168,7 @@ BSONObj BSONObj::fromBytes(const void* data, size_t len, std::string* reason) {
         fail(reason, "document does not end with a zero byte");
         return BSONObj();
     }
-    if (!validateDoc(&doc, 0, reason)) return BSONObj();
+    if (!validateDoc(&doc, 0, nullptr, reason)) return BSONObj();
     boost::shared_ptr<uint8_t> buf(static_cast<uint8_t*>(bson_malloc(len)), bson_free);
     memcpy(buf.get(), p, len);
     if (reason) reason->clear();
@@ -123,7 +192,7 @@ bool BSONObj::hasField(const char* name) const {
 
 bool BSONObj::getInt(const char* name, int32_t& out) const {
     int64_t v = 0;
-    if (!getInt64(name, v)) return false;
+    if (!getInt64(name, v) || v < INT32_MIN || v > INT32_MAX) return false;
     out = static_cast<int32_t>(v);
     return true;
 }
@@ -134,7 +203,13 @@ bool BSONObj::getInt64(const char* name, int64_t& out) const {
     switch (bson_iter_type(&it)) {
     case BSON_TYPE_INT32: out = bson_iter_int32(&it); return true;
     case BSON_TYPE_INT64: out = bson_iter_int64(&it); return true;
-    case BSON_TYPE_DOUBLE: out = static_cast<int64_t>(bson_iter_double(&it)); return true;
+    case BSON_TYPE_DOUBLE: {
+        // Truncated toward zero; NaN and values beyond the 64-bit range are not integers.
+        const double d = bson_iter_double(&it);
+        if (!(d > -9223372036854775808.0 && d < 9223372036854775808.0)) return false;
+        out = static_cast<int64_t>(d);
+        return true;
+    }
     case BSON_TYPE_BOOL: out = bson_iter_bool(&it) ? 1 : 0; return true;
     default: return false;
     }

@@ -1,5 +1,6 @@
 #include "config/ConfigCollector.h"
 
+#include "category/CppCategory.h"
 #include "utils/StockTypeCenter.h"
 
 #include <boost/make_shared.hpp>
@@ -181,6 +182,12 @@ boost::shared_ptr<ConfigCollector> ConfigCollector::loadText(const std::string& 
             return boost::shared_ptr<ConfigCollector>();
         }
     }
+    // The category service reads its section when it loads, but a bad rule is a bad option of
+    // this file: found now, with the file named, rather than when the first category is asked.
+    // Its messages already name the file and the option ("<file>: categories.<code>...").
+    if (root.isMember("categories") &&
+        !CppCategory::checkJson(config->getSection("categories"), where, error))
+        return boost::shared_ptr<ConfigCollector>();
     return config;
 }
 

@@ -29,6 +29,10 @@ log4cxx::spi::LocationInfo makeLocation(const char* func, const char* file, int 
 }
 }  // namespace
 
+namespace detail {
+std::atomic<int> g_logThresholds[LOGGER_COUNT] = {{TT_LOG_OFF}, {TT_LOG_OFF}};
+}  // namespace detail
+
 const char* loggerName(ELogger logger) {
     return logger >= 0 && logger < LOGGER_COUNT ? kLoggerNames[logger] : "";
 }
@@ -45,10 +49,7 @@ CLogCenter& CLogCenter::instance() {
 }
 
 CLogCenter::CLogCenter() : m_sinkLevel(TT_LOG_OFF), m_hasSink(false) {
-    for (int i = 0; i < LOGGER_COUNT; ++i) {
-        m_levels[i].store(TT_LOG_OFF, std::memory_order_relaxed);
-        m_log4cxxLevels[i].store(TT_LOG_OFF, std::memory_order_relaxed);
-    }
+    for (int i = 0; i < LOGGER_COUNT; ++i) m_log4cxxLevels[i].store(TT_LOG_OFF, std::memory_order_relaxed);
     // Boost.Format parses through std::ctype<char>::narrow, which in libstdc++ fills a shared
     // per-character cache on first use. Threads formatting their first lines at once write equal
     // values into it: harmless, but a data race to ThreadSanitizer. Filling it here first avoids it.
@@ -148,8 +149,9 @@ void CLogCenter::clearSink() {
 void CLogCenter::recompute() {
     const int sinkLevel = m_sinkLevel.load(std::memory_order_relaxed);
     for (int i = 0; i < LOGGER_COUNT; ++i)
-        m_levels[i].store(std::min(m_log4cxxLevels[i].load(std::memory_order_relaxed), sinkLevel),
-                          std::memory_order_relaxed);
+        detail::g_logThresholds[i].store(
+            std::min(m_log4cxxLevels[i].load(std::memory_order_relaxed), sinkLevel),
+            std::memory_order_relaxed);
 }
 
 }  // namespace utils

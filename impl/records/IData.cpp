@@ -413,7 +413,8 @@ int IData::getInt(int field) const {
         memcpy(&v, p, sizeof v);
         return v;
     }
-    return static_cast<int>(f->codec->toInt(p));
+    const int64_t v = f->codec->toInt(p);
+    return v < INT32_MIN ? INT32_MIN : v > INT32_MAX ? INT32_MAX : static_cast<int>(v);
 }
 
 int64_t IData::getInt64(int field) const {
@@ -450,7 +451,10 @@ void IData::getData(int field, std::string& out) const {
     out = *static_cast<const std::string*>(f->addr(const_cast<IData&>(*this)));
 }
 
-void IData::getData(int field, bool& out) const { out = getInt64(field) != 0; }
+void IData::getData(int field, bool& out) const {
+    const FieldInfo* f = fieldInfo(field);
+    out = f && f->kind == EFieldKind::Double ? getDouble(field) != 0.0 : getInt64(field) != 0;
+}
 
 IDataPtr IData::getRecord(int field) const {
     const FieldInfo* f = fieldInfo(field);

@@ -85,9 +85,21 @@ struct CodecBase {
     static bool setRecord(void*, const IDataPtr&) { return false; }
 };
 
+// A double as an integer of type I: truncated toward zero, saturated at I's bounds, NaN as 0. A
+// plain cast is undefined for values out of range, and a double field may well hold one (the
+// "no price" value is the largest finite double).
+template <class I>
+I saturatingCast(double v) {
+    if (v != v) return 0;
+    if (v <= static_cast<double>(std::numeric_limits<I>::min())) return std::numeric_limits<I>::min();
+    if (v >= static_cast<double>(std::numeric_limits<I>::max())) return std::numeric_limits<I>::max();
+    return static_cast<I>(v);
+}
+
 // Numbers (int, enum, int64, double, bool) convert among themselves on generic access.
 template <class T>
 struct NumberCodec : CodecBase {
+    typedef typename std::conditional<std::is_enum<T>::value, int, T>::type Repr;
     static T& ref(void* p) { return *static_cast<T*>(p); }
     static const T& ref(const void* p) { return *static_cast<const T*>(p); }
     static int64_t toInt(const void* p) { return static_cast<int64_t>(ref(p)); }
@@ -96,8 +108,9 @@ struct NumberCodec : CodecBase {
         ref(p) = static_cast<T>(v);
         return true;
     }
-    static bool fromDouble(void* p, double v) {
-        ref(p) = static_cast<T>(v);
+    static bool fromDouble(void* p, double v) {  // integer members; DoubleCodec has its own
+        static_assert(std::is_integral<Repr>::value, "integer members only");
+        ref(p) = static_cast<T>(saturatingCast<Repr>(v));
         return true;
     }
 };
@@ -135,6 +148,11 @@ struct Int64Codec : NumberCodec<int64_t> {
 };
 
 struct DoubleCodec : NumberCodec<double> {
+    static int64_t toInt(const void* p) { return saturatingCast<int64_t>(ref(p)); }
+    static bool fromDouble(void* p, double v) {
+        ref(p) = v;
+        return true;
+    }
     static void toText(const void* p, std::string& out) { out = formatDouble(ref(p)); }
     static void appendBson(bson_t* doc, const char* name, const void* p) { bson_append_double(doc, name, -1, ref(p)); }
     static bool readBson(const bson_iter_t* it, void* p) {

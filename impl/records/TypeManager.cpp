@@ -2,6 +2,7 @@
 
 #include "RecordCodec.h"
 #include "records/Records.h"
+#include "utils/LogCenter.h"
 
 #include <cstdio>
 
@@ -64,7 +65,14 @@ void TypeManager::registerType(const RecordType& type) {
     m_byName[type.name] = &type;
 }
 
-IDataPtr TypeManager::parse(const bson::BSONObj& obj) const { return parse(obj, nullptr); }
+IDataPtr TypeManager::parse(const bson::BSONObj& obj) const {
+    // The reason is gathered only when the line will be written.
+    if (obj.isEmpty() || !utils::logOn(utils::LOGGER_STD, utils::TT_LOG_WARN)) return parse(obj, nullptr);
+    std::string error;
+    IDataPtr rec = parse(obj, &error);
+    if (!error.empty()) TT_LOG_STD_WARN("TypeManager::parse: %1%", error);
+    return rec;
+}
 
 IDataPtr TypeManager::parse(const bson::BSONObj& obj, std::string* error) const {
     if (error) error->clear();

@@ -46,7 +46,9 @@ public:
     bool view(bson_t* out) const;
 
     // Field reads by name. Each returns false (and leaves `out` alone) when the field is absent
-    // or of another BSON type; the numeric reads accept int32, int64 and double, converting.
+    // or of another BSON type. The integer reads accept int32, int64, bool and double (truncated
+    // toward zero), and refuse a value that does not fit the result (or a NaN) as mistyped;
+    // getDouble accepts int32, int64 and double.
     bool hasField(const char* name) const;
     bool getInt(const char* name, int32_t& out) const;
     bool getInt64(const char* name, int64_t& out) const;

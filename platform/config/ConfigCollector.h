@@ -5,7 +5,7 @@
 //   "values":           {"name": "text" or number} other settings (default: as the caller says);
 //   "stockTypes":       the rules of utils::StockTypeCenter (loaded into it by loadFile; a file
 //                       without this section leaves the rules as they are);
-//   "categories":       the category rules of CppCategory (read by that service).
+//   "categories":       the category rules of CppCategory (validated here, loaded by that service).
 // The whole file is validated once when loaded; a missing file or bad JSON gives a message naming
 // the file (and the bad option) and leaves the previous configuration in force. Other top-level
 // sections are kept unchecked for the services that read them (getSection).

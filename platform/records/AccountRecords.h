@@ -67,7 +67,7 @@ class CAccountDetail : public IData {
 };
 typedef boost::shared_ptr<CAccountDetail> CAccountDetailPtr;
 
-// CFtAccountDetail (type 5431, kind 543): futures funds.
+// CFtAccountDetail (type 5431, kind 543): futures funds. Key: as CAccountDetail.
 #define TT_FIELDS_CFtAccountDetail(F)    \
     F(double, m_dPreMargin, 0.0)         \
     F(double, m_dDeposit, 0.0)           \
@@ -78,7 +78,7 @@ class CFtAccountDetail : public CAccountDetail {
     TT_RECORD(CFtAccountDetail, CAccountDetail, 5431, 543, TT_FIELDS_CFtAccountDetail)
 };
 
-// CCreditAccountDetail (type 5432, kind 543): margin-trading funds.
+// CCreditAccountDetail (type 5432, kind 543): margin-trading funds. Key: as CAccountDetail.
 #define TT_FIELDS_CCreditAccountDetail(F)  \
     F(double, m_dEnableBailBalance, 0.0)   \
     F(double, m_dFinDebt, 0.0)             \

@@ -219,6 +219,7 @@ class CCustomHGTInstrumentFee : public IData {
 };
 typedef boost::shared_ptr<CCustomHGTInstrumentFee> CCustomHGTInstrumentFeePtr;
 
+// CCustomSgtInstrumentFee (type 9043): the SGT table, of the same shape. Key: m_strAccountKey.
 class CCustomSgtInstrumentFee : public IData {
     TT_RECORD(CCustomSgtInstrumentFee, IData, 9043, -1, TT_FIELDS_CCustomHKInstrumentFee)
     std::string getKey() const override { return m_strAccountKey; }

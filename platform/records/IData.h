@@ -124,7 +124,11 @@ public:
     bool fromJson(const std::string& jsonText, std::string* error);
 
     // Generic field access by ITEM_ number. An unknown number or a field of another shape reads
-    // as 0, 0.0 or "" and ignores a write (the write functions then return false).
+    // as 0, 0.0 or "" and ignores a write (the write functions then return false). Numeric
+    // fields (int, enumeration, int64, double, bool) convert among themselves: a double read or
+    // written as an integer is truncated toward zero and saturates at the integer's range (NaN
+    // gives 0), and getInt saturates an int64 at the int range; getData(field, bool&) is true for
+    // any non-zero number.
     int getInt(int field) const;
     int64_t getInt64(int field) const;
     double getDouble(int field) const;

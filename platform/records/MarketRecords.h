@@ -119,7 +119,7 @@ class CExchangeRate : public IData {
 typedef boost::shared_ptr<CExchangeRate> CExchangeRatePtr;
 
 // CValueRange (type 9024): a range of values. Bound kinds: -1 unbounded, 3 closed, 4 exact value
-// (lower bound only), anything else open.
+// (lower bound only), anything else open. Key: "" (a value held by other records, not an entity).
 #define TT_FIELDS_CValueRange(F)                          \
     F(double, m_dLowerBound, 0.0)                         \
     F(int, m_nLowerBoundType, -1)                         \

@@ -26,7 +26,9 @@ public:
     // A new record of the class named by the document's "_typeid", filled from the document.
     // Empty pointer for an empty document, a missing or unknown type id. Fields of the wrong BSON
     // type stay at their defaults; `error` (when given) then names them, and is set to the reason
-    // when the result is empty.
+    // when the result is empty. Without `error`, a non-empty document that is refused or only
+    // partly read is reported on "TTStdFile" (warn level) instead; an empty document is simply
+    // absent and reported nowhere.
     IDataPtr parse(const bson::BSONObj& obj) const;
     IDataPtr parse(const bson::BSONObj& obj, std::string* error) const;
 

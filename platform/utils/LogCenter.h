@@ -42,14 +42,25 @@ enum ELogger {
 
 const char* loggerName(ELogger logger);
 
+namespace detail {
+// The lowest level each logger writes (TT_LOG_OFF when off), kept by CLogCenter. A plain global
+// so that the enabled test of a log line is one load and one compare, with no call: it is
+// constant-initialised (off) before any code runs, so a line logged during static initialisation
+// is simply off.
+extern std::atomic<int> g_logThresholds[LOGGER_COUNT];
+}  // namespace detail
+
+// The enabled test of TT_LOG: one relaxed load and a compare. `logger` must be a valid ELogger.
+inline bool logOn(ELogger logger, int level) {
+    return level >= detail::g_logThresholds[logger].load(std::memory_order_relaxed);
+}
+
 class CLogCenter {
 public:
     static CLogCenter& instance();
 
-    // True when `logger` writes lines of `level`. One atomic load.
-    bool logEnabled(ELogger logger, int level) const {
-        return level >= m_levels[logger].load(std::memory_order_relaxed);
-    }
+    // True when `logger` writes lines of `level`. One atomic load (the same test as logOn).
+    bool logEnabled(ELogger logger, int level) const { return logOn(logger, level); }
     // The same by logger name ("TTStdFile", "TTDbgFile"); false for any other name.
     bool logEnabled(const std::string& logger, int level) const;
     // True when the debug file log "TTDbgFile" writes debug lines of debug id `dbgId`.
@@ -83,12 +94,11 @@ private:
     ~CLogCenter();
     CLogCenter(const CLogCenter&) = delete;
     CLogCenter& operator=(const CLogCenter&) = delete;
-    // Recomputes m_levels from the log4cxx levels and the sink level. Caller holds m_mutex.
+    // Recomputes detail::g_logThresholds, the enabled thresholds read by logOn and logEnabled:
+    // per logger the lower of the log4cxx level and the sink level. Caller holds m_mutex.
     void recompute();
     struct Log4cxx;
 
-    // The enabled thresholds read by logEnabled: the lower of the log4cxx level and the sink level.
-    std::atomic<int> m_levels[LOGGER_COUNT];
     // Effective log4cxx levels (TT_LOG_OFF until configured), read by write() without the lock.
     std::atomic<int> m_log4cxxLevels[LOGGER_COUNT];
     std::atomic<int> m_sinkLevel;  // TT_LOG_OFF while no sink is set
@@ -122,9 +132,11 @@ std::string formatLog(const char* fmt, const Args&... args) {
 }  // namespace utils
 
 // TT_LOG(logger, level, fmt, args...): one guarded line, prefixed by the calling function's name.
+// While the logger is off the line costs the test of logOn: one load and one branch; neither the
+// arguments nor the format are evaluated.
 #define TT_LOG(logger, level, ...)                                                                    \
     do {                                                                                              \
-        if (::utils::CLogCenter::instance().logEnabled((logger), (level)))                            \
+        if (::utils::logOn((logger), (level)))                                                        \
             ::utils::CLogCenter::instance().write((logger), (level), ::utils::formatLog(__VA_ARGS__), \
                                                   BOOST_CURRENT_FUNCTION, __FILE__, __LINE__);        \
     } while (0)

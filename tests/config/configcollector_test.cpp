@@ -137,6 +137,9 @@ TEST_F(ConfigCollectorTest, BadOptionTypesNameTheOption) {
         {R"({"values": {"n": null}})", "\"values.n\""},
         {R"({"stockTypes": {"100021": [{"prefix": ["204"]}]}})", "\"stockTypes\""},
         {R"({"stockTypes": {"pledge": []}})", "\"pledge\""},
+        // The category service's own section is checked at load as well.
+        {R"({"categories": {"groups": [{"name": "x"}]}})", "categories.\"groups\""},
+        {R"({"categories": {"10001": {"rules": [{"market": 1}]}}})", "categories.\"10001\".rules[0].market"},
         {R"([1, 2])", "JSON object"},
     };
     for (const Case& c : cases) {
@@ -164,7 +167,7 @@ TEST_F(ConfigCollectorTest, ValuesFlagsSectionsAndDefaults) {
     ConfigPtr config = ConfigCollector::loadText(R"({
         "flags": {"on": true, "off": false},
         "values": {"text": "abc", "n": 42, "neg": -7, "real": 2.5, "big": "99999999999", "b": true},
-        "categories": {"groups": [{"name": "板块", "codes": ["600000"]}]},
+        "terminal": {"groups": [{"name": "板块", "codes": ["600000"]}]},
         "futureSection": [1, 2, 3]
     })",
                                                  "inline", &error);
@@ -190,7 +193,7 @@ TEST_F(ConfigCollectorTest, ValuesFlagsSectionsAndDefaults) {
     EXPECT_EQ("dflt", config->getString("absent", "dflt"));
 
     // Unknown sections are kept for the services that read them, texts in UTF-8.
-    EXPECT_EQ(R"({"groups":[{"codes":["600000"],"name":"板块"}]})", config->getSection("categories"));
+    EXPECT_EQ(R"({"groups":[{"codes":["600000"],"name":"板块"}]})", config->getSection("terminal"));
     EXPECT_EQ("[1,2,3]", config->getSection("futureSection"));
     EXPECT_EQ("", config->getSection("absent"));
     EXPECT_FALSE(config->isSomePt("ctp", 20001));

@@ -1,14 +1,18 @@
 #include "net/RPCEngine.h"
+#include "testing/LogCapture.h"
 
 #include <boost/asio/post.hpp>
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/system/system_error.hpp>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -215,6 +219,56 @@ TEST(SystemClock, TimerFiresOnTheStrand) {
     EXPECT_FALSE(engine->running());
     engine->start(1);
     EXPECT_TRUE(engine->running());
+    engine->stop();
+}
+
+TEST(SystemClock, WorkersRunHandlersInParallelSurviveThrowsAndStopInOrder) {
+    RPCEngine* engine = RPCEngine::instance();
+    ASSERT_FALSE(engine->manualClock());
+    engine->start(2);
+    boost::asio::io_context& io = engine->getIoContext();
+
+    // Two handlers that each wait for the other can only finish on two workers at once.
+    std::atomic<int> arrived(0);
+    std::atomic<int> met(0);
+    for (int i = 0; i < 2; ++i)
+        boost::asio::post(io, [&] {
+            ++arrived;
+            const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+            while (arrived.load() < 2 && std::chrono::steady_clock::now() < until) std::this_thread::yield();
+            if (arrived.load() == 2) ++met;
+        });
+    // A handler that throws does not take its worker down: it is logged and later handlers run.
+    ttservice::test::LogCapture capture(utils::TT_LOG_ERROR);
+    boost::asio::post(io, [] { throw std::runtime_error("handler failure"); });
+    std::promise<void> afterThrow;
+    boost::asio::post(io, [&] { afterThrow.set_value(); });
+    ASSERT_EQ(std::future_status::ready, afterThrow.get_future().wait_for(std::chrono::seconds(30)));
+
+    // stop() returns only once the handler in progress has finished.
+    std::promise<void> started;
+    std::atomic<bool> finished(false);
+    boost::asio::post(io, [&] {
+        started.set_value();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        finished = true;
+    });
+    ASSERT_EQ(std::future_status::ready, started.get_future().wait_for(std::chrono::seconds(30)));
+    engine->stop();
+    EXPECT_TRUE(finished.load());
+    EXPECT_EQ(2, met.load());
+    EXPECT_FALSE(engine->running());
+    EXPECT_EQ(1u, capture.count("a handler threw: handler failure"));
+
+    // A handler posted while stopped waits for the next start.
+    std::atomic<bool> ranLater(false);
+    boost::asio::post(io, [&] { ranLater = true; });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(ranLater.load());
+    engine->start(1);
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!ranLater.load() && std::chrono::steady_clock::now() < until) std::this_thread::yield();
+    EXPECT_TRUE(ranLater.load());
     engine->stop();
 }
 
