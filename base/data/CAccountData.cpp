@@ -251,8 +251,7 @@ void CAccountData::setAccountInfo(const CAccountInfoPtr& info) {
         identity->displayId = info->m_strAccountID;
     }
     StoreLock lock(m_mutex);
-    m_retiredIdentities.push_back(m_identity);  // updates in flight may still read it
-    m_identity = identity;
+    m_identity = identity;  // updates in flight keep the identity they copied
 }
 
 CAccountInfoPtr CAccountData::getAccountInfo() const {
@@ -325,6 +324,8 @@ std::string CAccountData::getTradeDate() const {
 // ---------------------------------------------------------------------------------------------
 // Records
 
+// An account detail is recognised by its kind, 543, which covers CAccountDetail (type 543 with
+// no base id) and its subclasses (base id 543) alike.
 void CAccountData::setData(const IDataPtr& data) {
     if (!data) return;
     const int kind = data->getKind();
@@ -346,14 +347,14 @@ void CAccountData::updateData(const IDataPtr& data, bool cacheOnly) {
 
     // 1. File the record; take its sequence number, the account's identity and the flags.
     uint64_t seq, version;
-    const Identity* identity;  // lives as long as the store (setAccountInfo retires, never frees)
+    boost::shared_ptr<const Identity> identity;
     bool forward;
     {
         StoreLock lock(m_mutex);
         m_datas[kind][key] = data;
         seq = ++m_nSeq;
         version = ++m_nDataVersion;
-        identity = m_identity.get();
+        identity = m_identity;
         forward = m_bInitialized && !m_bCaching && !cacheOnly;
         // Every writer of the filing counters holds the mutex: no read-modify-write needed.
         std::atomic<uint64_t>& filed = m_nFiled[CAccountDataStats::slotOf(kind)];
@@ -601,11 +602,7 @@ void CAccountData::updateOrder(const std::string& key, const IDataPtr& data, uin
 
 void CAccountData::indexOrderLocked(const IDataPtr& data, const COrderDetail& order) {
     if (!order.m_strOrderSysID.empty()) m_ordersBySysId[order.m_strOrderSysID] = data;
-    if (order.m_tag) {
-        // A tag with an empty key names no order: it is not indexed.
-        const std::string tagKey = order.m_tag->getKey();
-        if (!tagKey.empty()) m_ordersByTag[tagKey] = data;
-    }
+    if (order.m_tag) m_ordersByTag[order.m_tag->getKey()] = data;
 }
 
 void CAccountData::updateDeal(const std::string& key, const IDataPtr& data) {
@@ -625,9 +622,8 @@ void CAccountData::updateDeal(const std::string& key, const IDataPtr& data, uint
     indexDealLocked(key, data, *deal);
 }
 
-// A deal without an order-system id belongs to no order: it is filed but not grouped.
+// Every deal is grouped, those without an order-system id under "".
 void CAccountData::indexDealLocked(const std::string& key, const IDataPtr& data, const CDealDetail& deal) {
-    if (deal.m_strOrderSysID.empty()) return;
     m_dealsByOrder[deal.m_strOrderSysID][key] = data;
 }
 
@@ -706,10 +702,7 @@ void CAccountData::getDeals(const std::vector<COrderInfoPtr>& orders,
     for (size_t i = 0; i < orders.size(); ++i) getDeals(orders[i], deals);
 }
 
-// An empty id names no order (orders not yet accepted by the exchange have none): both removals
-// ignore it rather than erase every such order.
 void CAccountData::removeOrder(const std::string& orderSysId) {
-    if (orderSysId.empty()) return;
     StoreLock lock(m_mutex);
     m_dealsByOrder.erase(orderSysId);
     KindDataMap::iterator k = m_datas.find(KIND_ORDER);
@@ -717,7 +710,11 @@ void CAccountData::removeOrder(const std::string& orderSysId) {
         for (DataMap::iterator it = k->second.begin(); it != k->second.end();) {
             const COrderDetail* order = recordAs<COrderDetail>(it->second);
             if (order && order->m_strOrderSysID == orderSysId) {
-                if (order->m_tag) m_ordersByTag.erase(order->m_tag->getKey());
+                if (order->m_tag) {
+                    const std::string tagKey = order->m_tag->getKey();
+                    m_ordersByTag.erase(tagKey);
+                    m_removedTagKeys.insert(tagKey);
+                }
                 m_marginSum.removeOrder(it->first);
                 k->second.erase(it++);
                 ++m_nDataVersion;
@@ -730,7 +727,6 @@ void CAccountData::removeOrder(const std::string& orderSysId) {
 }
 
 void CAccountData::reomveDeals(const std::string& orderSysId) {
-    if (orderSysId.empty()) return;
     StoreLock lock(m_mutex);
     m_ordersBySysId.erase(orderSysId);
     KindDataMap::iterator k = m_datas.find(KIND_DEAL);
@@ -1020,6 +1016,7 @@ void CAccountData::setInitialized(bool initialized) {
         m_dealsByOrder.clear();
         m_removedOrderIds.clear();
         m_removedDealIds.clear();
+        m_removedTagKeys.clear();
         m_bIndexesDetached = false;
         m_marginSum.clear();
         const bool recomputeCommission = m_identity->info && (m_identity->info->m_nAccountType == 1001 ||
@@ -1334,10 +1331,8 @@ double CAccountData::getSingleOpVolume(const std::string& exchangeId, const std:
     return calculator->getSingleOpVolume(self, exchangeId, instrumentId, direction, offset, price, amount);
 }
 
-// Every order of the instrument counts its untraded remainder (volume minus traded volume) on its
-// side ('0' buy, any other direction sell), except a completed order that traded nothing. A
-// completed order that traded part of its volume still counts its remainder, deliberately. A
-// remainder below 0 (traded more than ordered, which only bad input produces) counts as 0.
+// The remainder is taken as it is: an order that reports more traded than ordered (bad input)
+// lowers its side by the excess rather than being dropped, so the figure stays the plain sum.
 void CAccountData::getUnDealVolume(const std::string& instrumentId, int& buyVolume, int& sellVolume) {
     buyVolume = 0;
     sellVolume = 0;
@@ -1348,9 +1343,8 @@ void CAccountData::getUnDealVolume(const std::string& instrumentId, int& buyVolu
         const COrderDetail* order = recordAs<COrderDetail>(it->second);
         if (!order || order->m_strInstrumentID != instrumentId) continue;
         if (order->m_nVolumeTraded == 0 && COrderDetailHelper::completed(*order)) continue;
-        const int remainder = order->m_nVolumeTotalOriginal - order->m_nVolumeTraded;
-        if (remainder <= 0) continue;
-        (order->m_nDirection == '0' ? buyVolume : sellVolume) += remainder;
+        (order->m_nDirection == '0' ? buyVolume : sellVolume) +=
+            order->m_nVolumeTotalOriginal - order->m_nVolumeTraded;
     }
 }
 
@@ -1405,10 +1399,9 @@ double CAccountData::getProductShortMargin(const std::string& productId) const {
 // ---------------------------------------------------------------------------------------------
 // Lifecycle and monitoring
 
-// The side tables emptied with the records are the ones derived from them or from the session:
-// pending price changes, exchange status, last settlement prices, and the position trade and fund
-// position tables (filled from records of kinds 661 and 678, which clear drops; an entry kept past
-// them would answer volume checks from a previous load).
+// Four side tables are emptied with the records: the pending price changes, the exchange status,
+// the last settlement prices and the fund position table. The position trade table is kept (see
+// the header for why).
 void CAccountData::clear() {
     m_subTable.reset();
     StoreLock lock(m_mutex);
@@ -1418,7 +1411,6 @@ void CAccountData::clear() {
     m_priceChanges.clear();
     m_exchangeStatus.clear();
     m_lastSettlement.clear();
-    m_positionTradeTable.clear();
     m_fundPosTable.clear();
     m_timer->cancel();
     m_marginSum.clear();
@@ -1438,16 +1430,17 @@ CAccountDataStats CAccountData::getStatistics() const {
 }
 
 // Rules. Always (the shape of every entry):
-//   S1 an order-system-id entry holds a COrderDetail of that id;
-//   S2 a tag entry has a non-empty key and holds a COrderDetail whose tag has that key;
-//   S3 a deal-group entry holds a CDealDetail of the group's (non-empty) order-system id, under
+//   S1 an order-system-id entry has a non-empty key and holds a COrderDetail of that id;
+//   S2 a tag entry holds a COrderDetail whose tag has that key (the empty key included);
+//   S3 a deal-group entry holds a CDealDetail of the group's order-system id ("" included), under
 //      the deal's own key.
 // While the indexes are attached (since construction or the last rebuild by setInitialized(true),
 // and no clear, setData, setDatas or removeData of an order or deal since):
 //   A1 every filed order with an order-system id has an entry under it, unless reomveDeals took
 //      that id out (the order records stay behind, deliberately);
-//   A2 every filed order whose tag has a non-empty key has a tag entry under that key;
-//   A3 every filed deal with an order-system id is in its group under its key, unless removeOrder
+//   A2 every filed order with a tag has a tag entry under the tag's key, unless removeOrder took
+//      that key out with another order that carried it;
+//   A3 every filed deal is in the group of its order-system id under its key, unless removeOrder
 //      dropped that group (the deal records stay behind, deliberately);
 //   A4 every order-system-id entry holds the very order filed under that order's key, unless
 //      removeOrder took the order out (its entry stays, so getOrderById still finds it);
@@ -1477,7 +1470,7 @@ bool CAccountData::checkIndexes(std::string* report) const {
     for (std::map<std::string, IDataPtr>::const_iterator it = m_ordersBySysId.begin();
          it != m_ordersBySysId.end(); ++it) {
         const COrderDetail* order = recordAs<COrderDetail>(it->second);
-        if (!order || order->m_strOrderSysID != it->first) {
+        if (it->first.empty() || !order || order->m_strOrderSysID != it->first) {
             fail("S1 order-system-id entry '" + it->first + "' does not hold an order of that id");
             continue;
         }
@@ -1487,7 +1480,7 @@ bool CAccountData::checkIndexes(std::string* report) const {
     for (std::map<std::string, IDataPtr>::const_iterator it = m_ordersByTag.begin();
          it != m_ordersByTag.end(); ++it) {
         const COrderDetail* order = recordAs<COrderDetail>(it->second);
-        if (it->first.empty() || !order || !order->m_tag || order->m_tag->getKey() != it->first) {
+        if (!order || !order->m_tag || order->m_tag->getKey() != it->first) {
             fail("S2 tag entry '" + it->first + "' does not hold an order with that tag");
             continue;
         }
@@ -1498,7 +1491,7 @@ bool CAccountData::checkIndexes(std::string* report) const {
          group != m_dealsByOrder.end(); ++group) {
         for (DataMap::const_iterator it = group->second.begin(); it != group->second.end(); ++it) {
             const CDealDetail* deal = recordAs<CDealDetail>(it->second);
-            if (group->first.empty() || !deal || deal->m_strOrderSysID != group->first ||
+            if (!deal || deal->m_strOrderSysID != group->first ||
                 it->second->getKey() != it->first) {
                 fail("S3 deal entry '" + group->first + "'/'" + it->first +
                      "' does not hold a deal of that order and key");
@@ -1522,14 +1515,13 @@ bool CAccountData::checkIndexes(std::string* report) const {
                      "' has no order-system-id entry");
             if (order->m_tag) {
                 const std::string tagKey = order->m_tag->getKey();
-                if (!tagKey.empty() && m_ordersByTag.count(tagKey) == 0)
+                if (m_ordersByTag.count(tagKey) == 0 && m_removedTagKeys.count(tagKey) == 0)
                     fail("A2 order '" + it->first + "' with tag '" + tagKey + "' has no tag entry");
             }
         }
         for (DataMap::const_iterator it = deals.begin(); it != deals.end(); ++it) {
             const CDealDetail* deal = recordAs<CDealDetail>(it->second);
-            if (!deal || deal->m_strOrderSysID.empty() || m_removedOrderIds.count(deal->m_strOrderSysID) != 0)
-                continue;
+            if (!deal || m_removedOrderIds.count(deal->m_strOrderSysID) != 0) continue;
             std::map<std::string, DataMap>::const_iterator group = m_dealsByOrder.find(deal->m_strOrderSysID);
             DataMap::const_iterator entry;
             if (group == m_dealsByOrder.end() ||

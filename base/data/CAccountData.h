@@ -17,7 +17,8 @@
 // a callback may take a CAccountData::Lock of its own or call back into the store. Subscriber and
 // data-center callbacks run on the thread that called updateData (or flushDatas); the refresh timer
 // runs on the network dispatcher's strand. References returned by getMapDataRef/getDatas are live:
-// hold a CAccountData::Lock while using them.
+// hold a CAccountData::Lock while using them. Lock order: the store mutex before a record's
+// IData::Lock (the store takes record locks while it holds its mutex, never the other way round).
 //
 // Look-ups never throw: absent means an empty pointer, "", 0 or the stated default.
 #pragma once
@@ -55,7 +56,7 @@ struct CAccountDataStats {
     static constexpr int KNOWN_KIND_COUNT = 14;
     static constexpr int SLOT_COUNT = KNOWN_KIND_COUNT + 1;
 
-    uint64_t m_nFiled[SLOT_COUNT] = {};  // records filed by updateData, per kind slot
+    uint64_t m_nFiled[SLOT_COUNT] = {};  // records filed by updateData and setData, per kind slot
     uint64_t m_nNotifications = 0;       // subscriber callbacks called (snapshot deliveries included)
     uint64_t m_nForwarded = 0;           // records forwarded one by one to the data center
     uint64_t m_nCached = 0;              // records put into the push cache
@@ -174,9 +175,12 @@ public:
     SubRequestPtr subscribe(int kind, const std::string& key, const DataCallback& cb, bool withSnapshot);
 
     // ---- orders and deals -----------------------------------------------------------------------
+    // From the order-system-id index, which holds every order whose id is not empty (the latest
+    // filed of each id); an empty pointer when absent.
     COrderDetailPtr getOrderById(const std::string& orderSysId) const;
-    // From the tag index under the tag's key. An empty tag, or a tag with an empty key, finds
-    // nothing: orders whose tag key is empty are not indexed.
+    // From the tag index under the tag's key. Every order that carries a tag is indexed under its
+    // key, an empty key included, so an empty pointer (looked up as the empty key) or a tag with an
+    // empty key finds the latest order filed with an empty-key tag.
     COrderDetailPtr getOrderByNqTag(const CNqOrderTagPtr& tag) const;
     // The order filed under `key` (kind 542), or an empty pointer.
     COrderDetailPtr getOrderDetail(const std::string& key) const;
@@ -184,21 +188,27 @@ public:
     void getOrderDetail(std::vector<COrderDetailPtr>& orders, const std::string& exchangeId,
                         const std::string& instrumentId) const;
     // Appends the deals grouped under `orderSysId` whose exchange id equals `exchangeId`, in deal
-    // key order. The order overloads pass the order's (m_strOrderSysID, m_strExchangeID).
+    // key order. The order overloads pass the order's (m_strOrderSysID, m_strExchangeID). Every
+    // deal is grouped under its order-system id, so the deals whose id is empty form the group "".
+    // Empty pointers among the orders are skipped.
     void getDeals(const std::string& orderSysId, const std::string& exchangeId,
                   std::vector<CDealDetailPtr>& deals) const;
     void getDeals(const COrderDetailPtr& order, std::vector<CDealDetailPtr>& deals) const;
     void getDeals(const COrderInfoPtr& order, std::vector<CDealDetailPtr>& deals) const;
     void getDeals(const std::vector<COrderDetailPtr>& orders, std::vector<CDealDetailPtr>& deals) const;
     void getDeals(const std::vector<COrderInfoPtr>& orders, std::vector<CDealDetailPtr>& deals) const;
-    // Erases the deal group of `orderSysId`, every order record with that id and its tag entry;
-    // leaves the order-system-id entry, so getOrderById still finds the removed order.
+    // Erases the deal group of `orderSysId`, every order record with that id and the tag entry
+    // under each such order's tag key; leaves the order-system-id entry, so getOrderById still
+    // finds the removed order. An empty id is an id like any other: it removes the orders that
+    // have none (and the deals grouped under "").
     void removeOrder(const std::string& orderSysId);
     // Erases the order-system-id entry and every deal record of `orderSysId`; leaves the deal group,
     // so getDeals still finds the removed deals. (The two removals cross over deliberately.)
     void reomveDeals(const std::string& orderSysId);
     // Drops task details (541) whose command's date and order commands (535) whose date compare
-    // less than `tradeDate`.
+    // less than `tradeDate` (plain string comparison: a record of the trade date itself is kept).
+    // Records of those kinds that are of another class, and task details without a command, are
+    // kept.
     void clearExpiredDatas(const std::string& tradeDate);
 
     // ---- positions, fees, instruments -------------------------------------------------------------
@@ -256,7 +266,10 @@ public:
                                                  double price);
     double getSingleOpVolume(const std::string& exchangeId, const std::string& instrumentId, int direction,
                              int offset, double price, double amount);
-    // Untraded volume of the instrument's open orders by side (see the source for the rule).
+    // Untraded volume of the instrument's orders by side, under the store mutex: every order of
+    // the instrument contributes its volume minus its traded volume, to buyVolume when its
+    // direction is '0' and to sellVolume otherwise, except a completed order that traded nothing.
+    // A completed order that traded part of its volume still counts its remainder, deliberately.
     void getUnDealVolume(const std::string& instrumentId, int& buyVolume, int& sellVolume);
     // The traded volume of an order as told by its deals (sum of their volumes).
     int getUnRevDealVolume(const COrderDetailPtr& order);
@@ -270,11 +283,13 @@ public:
     double getProductShortMargin(const std::string& productId) const;
 
     // ---- lifecycle, monitoring --------------------------------------------------------------------
-    // Ends every subscription, marks the store not initialised, empties the records and the side
-    // tables derived from them or from the session (pending price changes, exchange status, last
-    // settlement prices, position trade table, fund position table), cancels the refresh timer
-    // and clears the margin sum. The push cache, the order indexes, the deal groups and the quote
-    // subscriptions are kept (new records replace them).
+    // Ends every subscription, marks the store not initialised, empties the records and four side
+    // tables (pending price changes, exchange status, last settlement prices, fund position
+    // table), cancels the refresh timer and clears the margin sum. Kept, deliberately: the push
+    // cache, the order indexes, the deal groups (new records replace their entries), the position
+    // trade table (today's traded volumes: an entry kept from before errs on the strict side of a
+    // volume check and the next load replaces it, while a fund holding kept from before could
+    // allow a sale of shares no longer held) and the quote subscriptions.
     void clear();
     CAccountDataStats getStatistics() const;
     // Verifies the order and deal indexes against the records (rules in the source). Returns true
@@ -337,9 +352,6 @@ private:
     // The account info with its key and display id: immutable, replaced as a whole by
     // setAccountInfo, so the hot path copies one pointer under the lock and reads it outside.
     boost::shared_ptr<const Identity> m_identity;
-    // Identities replaced by setAccountInfo, kept for the store's life (an account is given its
-    // info once or twice), so that updateData reads the current one by plain pointer.
-    std::vector<boost::shared_ptr<const Identity> > m_retiredIdentities;
     CCalcInfoPtr m_calcInfo;
     CAccountCalcInfoPtr m_accountCalcInfo;
     int m_nUpdateInterval;
@@ -372,6 +384,7 @@ private:
     // Deliberate leftovers of the crossing removals, known to checkIndexes; emptied by a rebuild.
     std::set<std::string> m_removedOrderIds;  // removeOrder: deal groups gone, deal records kept
     std::set<std::string> m_removedDealIds;   // reomveDeals: id entries gone, order records kept
+    std::set<std::string> m_removedTagKeys;   // removeOrder: tag entries gone, orders sharing the key kept
     // Set by operations that change records without the indexes (clear, setData, setDatas,
     // removeData); the indexes agree again after a rebuild.
     bool m_bIndexesDetached;

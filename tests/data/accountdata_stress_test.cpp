@@ -2,9 +2,11 @@
 // while a third subscribes, unsubscribes, reads under CAccountData::Lock, clears and
 // (un)initialises it. Bounded loops; run under ThreadSanitizer by the "tsan" label.
 //
-// Phase 1 mixes pushes with clear() and setInitialized(). Then the third thread clears the store a
-// last time, initialises it and subscribes with a snapshot; in phase 2 the pushers push every
-// record again (higher versions) while the third thread keeps reading, subscribing and caching.
+// Phase 1 mixes pushes with clear() and setInitialized(): the pushers keep pushing rounds until
+// the third thread has made its first kReaderLoops loops, so the two always overlap. Then the
+// third thread clears the store a last time, initialises it and subscribes with a snapshot; in
+// phase 2 the pushers push every record again (higher versions) while the third thread keeps
+// reading, subscribing and caching.
 // At the end every record's final version is filed exactly once, indexed, seen by the snapshot
 // subscriber in rising order and delivered to the data center.
 #include <atomic>
@@ -24,8 +26,11 @@ using test::PositionBuilder;
 
 const int kOrders = 200;
 const int kPositions = 30;
-const int kPhase1Rounds = 5;
+const int kPhase1Rounds = 5;    // at least
+const int kPhase1MaxRounds = 999;
 const int kPhase2Rounds = 3;
+const int kPhase2Version = 1000;  // above every phase-1 version
+const int kReaderLoops = 40;
 
 class AccountDataStressTest : public test::StoreTestFixture {};
 
@@ -67,7 +72,9 @@ TEST_F(AccountDataStressTest, TwoPushersAndAReaderLeaveEveryRecordFiledOnceWithA
     CAccountDataPtr store = makeStore(2147483647);
     store->setInitialized(true);
     std::atomic<int> phase1Done{0};
+    std::atomic<bool> readerWarm{false};
     std::atomic<bool> phase2Go{false};
+    std::atomic<int> roundsPushed{0};  // by both pushers, both phases
 
     // What the snapshot subscriber of phase 2 saw: versions per order key.
     std::mutex seenMutex;
@@ -77,8 +84,9 @@ TEST_F(AccountDataStressTest, TwoPushersAndAReaderLeaveEveryRecordFiledOnceWithA
     std::thread reader([&] {
         int loop = 0;
         const DataCallback ignore = [](const IDataPtr&) {};
-        while (phase1Done.load() < 2 || loop < 40) {
+        while (phase1Done.load() < 2 || loop < kReaderLoops) {
             ++loop;
+            if (loop == kReaderLoops) readerWarm = true;
             SubRequestPtr a = store->subscribe(542, "", ignore, loop % 2 == 0);
             SubRequestPtr b = store->subscribe(544, tradeId('A', loop % kOrders), ignore);
             {
@@ -124,10 +132,15 @@ TEST_F(AccountDataStressTest, TwoPushersAndAReaderLeaveEveryRecordFiledOnceWithA
     });
 
     auto pusher = [&](char thread) {
-        for (int round = 1; round <= kPhase1Rounds; ++round) pushRound(store, thread, round, m_info);
+        int round = 1;
+        for (; round <= kPhase1Rounds || (!readerWarm.load() && round <= kPhase1MaxRounds); ++round)
+            pushRound(store, thread, round, m_info);
+        roundsPushed += round - 1;
         ++phase1Done;
         while (!phase2Go.load()) std::this_thread::yield();
-        for (int round = 1; round <= kPhase2Rounds; ++round) pushRound(store, thread, 100 + round, m_info);
+        for (round = 1; round <= kPhase2Rounds; ++round)
+            pushRound(store, thread, kPhase2Version + round, m_info);
+        roundsPushed += kPhase2Rounds;
         ++phase1Done;
     };
     std::thread a(pusher, 'A');
@@ -137,7 +150,7 @@ TEST_F(AccountDataStressTest, TwoPushersAndAReaderLeaveEveryRecordFiledOnceWithA
     reader.join();
     store->flushDatas();
 
-    const int finalVersion = 100 + kPhase2Rounds;
+    const int finalVersion = kPhase2Version + kPhase2Rounds;
     const std::vector<IDataPtr> orders = store->getVector(542);
     const std::vector<IDataPtr> deals = store->getVector(544);
     ASSERT_EQ(static_cast<size_t>(2 * kOrders), orders.size());
@@ -178,7 +191,7 @@ TEST_F(AccountDataStressTest, TwoPushersAndAReaderLeaveEveryRecordFiledOnceWithA
     }
 
     const CAccountDataStats stats = store->getStatistics();
-    const uint64_t pushesPerKind = 2ull * kOrders * (kPhase1Rounds + kPhase2Rounds);
+    const uint64_t pushesPerKind = static_cast<uint64_t>(kOrders) * roundsPushed.load();
     EXPECT_EQ(pushesPerKind, stats.filed(542));
     EXPECT_EQ(pushesPerKind, stats.filed(544));
     std::string report;

@@ -7,6 +7,7 @@
 #include <map>
 #include <thread>
 
+#include "base/data/CostData.h"
 #include "testing/LogCapture.h"
 #include "testing/StoreTestFixture.h"
 
@@ -239,12 +240,22 @@ TEST_F(AccountDataTest, RemovalsCrossOverDeliberately) {
     EXPECT_TRUE(store->getOrderDetail("SHFE_B"));  // the order record stays
     expectIndexesAgree(store, "after reomveDeals");
 
-    // An empty id names no order: nothing is removed.
+    // An empty id is an id like any other: removeOrder("") takes out the orders that have none
+    // and the group of deals that name none; reomveDeals("") takes out those deal records.
     store->updateData(OrderBuilder().sysId("").ref("local-1").build(), false);
+    store->updateData(DealBuilder().tradeId("z1").orderSysId("").build(), false);
     store->removeOrder("");
+    EXPECT_FALSE(store->getOrderDetail("local-1"));
+    EXPECT_TRUE(store->getOrderDetail("SHFE_B"));
+    deals.clear();
+    store->getDeals("", "SHFE", deals);
+    EXPECT_TRUE(deals.empty());
+    EXPECT_TRUE(store->getData(544, "SHFE_z1_0"));
+    expectIndexesAgree(store, "after removeOrder of the empty id");
     store->reomveDeals("");
-    EXPECT_TRUE(store->getOrderDetail("local-1"));
-    expectIndexesAgree(store, "after empty-id removals");
+    EXPECT_FALSE(store->getData(544, "SHFE_z1_0"));
+    EXPECT_EQ(2u, store->getVector(544).size());
+    expectIndexesAgree(store, "after reomveDeals of the empty id");
 
     // A new push of the order brings its id entry back.
     store->updateData(OrderBuilder().sysId("B").tag("tB").traded(1).build(), false);
@@ -315,19 +326,29 @@ TEST_F(AccountDataTest, BadInputIsFiledOrSkippedWithoutLoss) {
     EXPECT_TRUE(none.empty());
     EXPECT_FALSE(store->getOrderById(""));
 
-    // A deal without an order id is filed but belongs to no order.
+    // A deal without an order id is filed and grouped under the empty id.
     CDealDetailPtr orphan = DealBuilder().tradeId("x").orderSysId("").build();
     store->updateData(orphan, false);
     EXPECT_EQ(orphan, store->getData(544, orphan->getKey()));
     std::vector<CDealDetailPtr> deals;
     store->getDeals("", "SHFE", deals);
-    EXPECT_TRUE(deals.empty());
+    EXPECT_EQ(std::vector<CDealDetailPtr>{orphan}, deals);
 
-    // A tag with an empty key indexes nothing, and looking up an empty tag finds nothing.
-    store->updateData(OrderBuilder().account(m_info).sysId("E").tag("").build(), false);
+    // An order whose tag has an empty key is indexed under the empty key, which is what an empty
+    // tag looks up; the later of two such orders holds the entry.
     EXPECT_FALSE(store->getOrderByNqTag(CNqOrderTagPtr()));
-    EXPECT_FALSE(store->getOrderByNqTag(boost::make_shared<CNqOrderTag>()));
+    store->updateData(OrderBuilder().account(m_info).sysId("E").tag("").build(), false);
+    COrderDetailPtr laterEmptyTag = OrderBuilder().account(m_info).sysId("F").tag("").build();
+    store->updateData(laterEmptyTag, false);
+    EXPECT_EQ(laterEmptyTag, store->getOrderByNqTag(CNqOrderTagPtr()));
+    EXPECT_EQ(laterEmptyTag, store->getOrderByNqTag(boost::make_shared<CNqOrderTag>()));
     EXPECT_TRUE(store->getOrderById("E"));
+    expectIndexesAgree(store, "with empty keys indexed");
+    // Removing one takes the shared entry with it; the other order stays filed.
+    store->removeOrder("F");
+    EXPECT_FALSE(store->getOrderByNqTag(CNqOrderTagPtr()));
+    EXPECT_TRUE(store->getOrderDetail("SHFE_E"));
+    expectIndexesAgree(store, "after removing one of two orders sharing a tag key");
 
     // An order without account info is filed and indexed; it is never complete, so it counts.
     store->updateData(OrderBuilder().sysId("N").status('6').volume(5).build(), false);
@@ -426,13 +447,21 @@ TEST_F(AccountDataTest, ClearEndsSubscriptionsAndKeepsTheIndexes) {
     std::map<std::string, CPositionTradeTablePtr> trades;
     trades["SHFE_rb2501"] = boost::make_shared<CPositionTradeTable>();
     store->resetPositionTradeTable(trades);
+    std::map<std::string, CStructeFundPositiondetailPtr> funds;
+    funds["SH_510300"] = boost::make_shared<CStructeFundPositiondetail>();
+    store->resetFundPosTable(funds);
+    m_board->publishQuote(test::makeQuote("SHFE", "rb2501", 3500));
+    store->updateData(PositionBuilder().build(), false);
+    ASSERT_FALSE(store->getPendingPriceChanges().empty());
 
     store->clear();
     EXPECT_FALSE(store->initialized());
     EXPECT_TRUE(store->getVector(542).empty());
     EXPECT_EQ(EXCHANGE_STATUS_UNKNOWN, store->getExchangeStatus("SHFE", "rb2501"));
     EXPECT_EQ(TT_INVALID_DOUBLE, store->getLastSettlement("SHFE", "rb2501"));
-    EXPECT_TRUE(store->getPositionTradeTable().empty());
+    EXPECT_FALSE(store->getFundPosTable("SH_510300"));
+    EXPECT_TRUE(store->getPendingPriceChanges().empty());
+    EXPECT_TRUE(store->getPositionTradeTable("SHFE_rb2501"));  // kept deliberately
     EXPECT_TRUE(store->getOrderById("1"));  // indexes are replaced as new records arrive
     store->updateData(OrderBuilder().sysId("2").build(), false);
     EXPECT_EQ(1, subscriber.total());
@@ -458,6 +487,57 @@ TEST_F(AccountDataTest, SetDataFilesWithoutAnyFurtherStep) {
               log.count("880001 status 0 : m_dBalance: 1234.5, m_dPreBalance: 1234.5, m_dAvailable: 1000, "
                         "m_dAssureAsset: 0, m_dEntrustAsset: 0"));
     expectIndexesAgree(store, "after setData");  // known: setData does not index
+}
+
+TEST_F(AccountDataTest, MapCopiesLiveReferencesAndPlainRemoval) {
+    CAccountDataPtr store = makeStore();
+    COrderDetailPtr a = OrderBuilder().sysId("a").build();
+    COrderDetailPtr b = OrderBuilder().sysId("b").build();
+    store->updateData(b, false);
+    store->updateData(a, false);
+    store->updateData(PositionBuilder().volume(4).openCost(14000).build(), false);
+
+    const CAccountData::DataMap copy = store->getMapData(542);
+    CAccountData::DataMap assigned;
+    assigned["stale"] = a;
+    store->getMapData(542, assigned);
+    EXPECT_EQ(copy, assigned);  // assigned, not merged
+    ASSERT_EQ(2u, copy.size());
+    EXPECT_EQ(a, copy.begin()->second);  // key order
+
+    // A kind never filed reads as empty and leaves an empty map behind; the copies stay copies
+    // and the references are live.
+    {
+        CAccountData::Lock lock(store);
+        EXPECT_EQ(0u, store->getDatas().count(4242));
+    }
+    EXPECT_TRUE(store->getVector(4242).empty());
+    EXPECT_TRUE(store->getMapData(4243).empty());
+    {
+        CAccountData::Lock lock(store);
+        EXPECT_EQ(1u, store->getDatas().count(4242));
+        EXPECT_TRUE(store->getDatas()[4242].empty());
+        EXPECT_EQ(1u, store->getDatas().count(4243));
+        store->getMapDataRef(542).erase(a->getKey());
+    }
+    EXPECT_FALSE(store->getOrderDetail(a->getKey()));
+    EXPECT_EQ(2u, copy.size());
+
+    // removeData erases the record alone: the indexes and subscriptions are not touched.
+    store->removeData(b);
+    EXPECT_FALSE(store->getOrderDetail(b->getKey()));
+    EXPECT_EQ(b, store->getOrderById("b"));
+    store->removeData(OrderBuilder().sysId("never").build());  // not filed: nothing happens
+    EXPECT_EQ(1u, store->getVector(545).size());
+
+    store->setTradeDate("20250102");
+    EXPECT_EQ("20250102", store->getTradeDate());
+    EXPECT_FALSE(store->getCostData());
+    store->initCostData("20250102");
+    ASSERT_TRUE(store->getCostData());
+    EXPECT_EQ("20250102", store->getCostData()->getTradeDate());
+    EXPECT_EQ(4, store->getCostData()->getVolume("SHFErb2501", '0'));
+    EXPECT_DOUBLE_EQ(3500.0, store->getCostData()->getAverageCost("SHFErb2501", '0'));
 }
 
 TEST_F(AccountDataTest, IncrementalFetchReturnsNewAndChangedRecords) {
@@ -551,9 +631,10 @@ TEST_F(AccountDataTest, UndealtVolumeRules) {
          6,
          0},
         {"junk on a stock account", {OrderBuilder().account(stock).status('9').volume(10).build()}, 0, 0},
-        {"traded more than ordered counts nothing",
-         {OrderBuilder().account(futures).volume(5).traded(8).build()},
-         0,
+        {"traded more than ordered lowers its side",
+         {OrderBuilder().account(futures).sysId("1").volume(5).traded(8).build(),
+          OrderBuilder().account(futures).sysId("2").volume(10).build()},
+         7,
          0},
     };
     for (const Case& c : cases) {
