@@ -1,12 +1,16 @@
 // Price selection and the DataHelper predicates on the hot path, each beside its baseline.
 //
 //   BM_ReadOneQuoteField            baseline: one price field read through the quote's shared pointer
+//                                   (a raw member load)
+//   BM_ReadOneQuoteFieldByItem      baseline: the same field read the way generic code reads a record
+//                                   field, through getDouble with its ITEM_ number
 //   BM_ReadLadderWalkFields         baseline: the seven fields a five-level walk cannot avoid reading
 //   BM_GetPriceForOrder_*           the selector on several books; target: the ladder walk within 5x
-//                                   of the baseline
-//   BM_DataHelper_*                 the predicates; "allocs" is the number of operator new calls per
-//                                   iteration, counted by this program's global operator new: it
-//                                   must read 0 for every predicate measured here
+//                                   of one field read
+//   BM_DataHelper_*                 every DataHelper predicate but isFutureTrading (which asks an
+//                                   account store); "allocs" is the number of operator new calls
+//                                   per iteration, counted by this program's global operator new:
+//                                   it must read 0 for every predicate measured here
 //
 // The price type and the operation pass through DoNotOptimize each iteration, so the inline
 // selector is measured as order entry runs it (on values known only at run time), not folded for
@@ -16,6 +20,7 @@
 #include "base/data/DataHelper.h"
 #include "config/ConfigCollector.h"
 #include "testing/FakeDataCenter.h"
+#include "utils/StockTypeCenter.h"
 
 #include <benchmark/benchmark.h>
 
@@ -94,6 +99,18 @@ void BM_ReadOneQuoteField(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_ReadOneQuoteField);
+
+void BM_ReadOneQuoteFieldByItem(benchmark::State& state) {
+    const CPriceDataPtr q = makeBook("SH");
+    AllocationCounter allocs(state);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(q.get());
+        double p = q->getDouble(CPriceData::ITEM_m_dAskPrice1);
+        benchmark::DoNotOptimize(p);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(BM_ReadOneQuoteFieldByItem);
 
 // Second baseline: the seven fields the ladder-walk case below cannot avoid reading (ask levels 5
 // to 1 and both limits), read and summed with no tests at all.
@@ -192,9 +209,9 @@ void BM_GetPriceForOrder_Type12FuturesWithDataCenter(benchmark::State& state) {
         for (auto _ : state) {
             benchmark::DoNotOptimize(q.get());
             int type = PRTP_MARKET, op = OPT_OPEN_LONG;
-        benchmark::DoNotOptimize(type);
-        benchmark::DoNotOptimize(op);
-        double p = CPriceDataHelper::getPriceForOrder(q, type, op);
+            benchmark::DoNotOptimize(type);
+            benchmark::DoNotOptimize(op);
+            double p = CPriceDataHelper::getPriceForOrder(q, type, op);
             benchmark::DoNotOptimize(p);
             benchmark::ClobberMemory();
         }
@@ -264,13 +281,19 @@ void BM_DataHelper_ValueAndCodePredicates(benchmark::State& state) {
     p2->m_strExchangeID = "SHFE";
     p2->m_strInstrumentID = "ru2505";
     const IDataPtr d1 = p1, d2 = p2;
+    CAccountInfoPtr super = boost::make_shared<CAccountInfo>();
+    super->m_strSubAccount = CAccountInfo::SUPER_ACCOUNT_TAG;
+    // The split legs are written into strings that already hold a leg: assigning a short code
+    // allocates nothing.
+    std::string splitLeg1 = leg1, splitLeg2 = leg2, kind = "SP";
     double v = 4.0;
     AllocationCounter allocs(state);
     for (auto _ : state) {
         v = v > 11.0 ? 4.0 : v + 0.5;
         int n = DataHelper::isValueInRange(v, a) + DataHelper::isSameRange(a, b) + DataHelper::isInvalidNetValue(v) +
-                DataHelper::isArbitrage(code) + DataHelper::isPeriodArbitrage(leg1, leg2) +
-                DataHelper::isGoldCash(name) + DataHelper::compPos(d1, d2);
+                DataHelper::isArbitrage(code) + DataHelper::isArbitrage(code, splitLeg1, splitLeg2, kind) +
+                DataHelper::isPeriodArbitrage(leg1, leg2) + DataHelper::isGoldCash(name) +
+                DataHelper::compPos(d1, d2) + DataHelper::isSuperAccount(super);
         double f = DataHelper::getOutterStockMargin(v, 3.0) + DataHelper::getOutterStockComssion(v * 100, 3.0) +
                    DataHelper::isGreaterThanhgtFee(v * 20);
         benchmark::DoNotOptimize(n);
@@ -295,14 +318,36 @@ void BM_DataHelper_CounterPredicates(benchmark::State& state) {
         size_t i = 0;
         for (auto _ : state) {
             const int id = ids[i++ & 15];
-            int n = DataHelper::isCTPStock(id) + DataHelper::isNeedCheckRepurchasePos(id) +
-                    DataHelper::isKingDomIpwanPos(id) + DataHelper::isPlatformSupportLocalOrderId(id, 2);
+            int n = DataHelper::isCTPStock(id) + DataHelper::isGoldOrder(id) + DataHelper::isAPEXIpwanPos(id) +
+                    DataHelper::isFusdkPts(id) + DataHelper::isV8TPts(id) + DataHelper::isNeedIpwanPos(id) +
+                    DataHelper::isNeedCheckRepurchasePos(id) + DataHelper::isKingDomIpwanPos(id) +
+                    DataHelper::isPlatformSupportLocalOrderId(id, 2);
             benchmark::DoNotOptimize(n);
         }
     }
     ConfigCollector::setInstance(previous);
 }
 BENCHMARK(BM_DataHelper_CounterPredicates);
+
+// The pledge-repurchase test asks the stock-type rules with the strings it was given.
+void BM_DataHelper_IpwanPos(benchmark::State& state) {
+    utils::StockTypeRule pledge;
+    pledge.market = "SH";
+    pledge.prefixes = {"204"};
+    utils::StockTypeCenter::instance().addRule(100021, pledge);
+    const std::string codes[] = {"204001", "600000"};
+    const std::string market = "SH";
+    {
+        AllocationCounter allocs(state);
+        size_t i = 0;
+        for (auto _ : state) {
+            bool b = DataHelper::isIpwanPos(codes[i++ & 1], market, 10001);
+            benchmark::DoNotOptimize(b);
+        }
+    }
+    utils::StockTypeCenter::instance().clear();
+}
+BENCHMARK(BM_DataHelper_IpwanPos);
 
 }  // namespace
 }  // namespace ttservice

@@ -48,11 +48,11 @@ bool CPriceDataHelper::selectLimitOrMarket(const CPriceData& q, int operation, b
     if (getDirectionByOperation(operation) == DIRECTION_FLAG_BUY) {
         price = q.m_dUpperLimitPrice;
         if (isEmptyPrice(price) || std::fabs(price - kNoUpperLimit) <= kNoUpperLimitTolerance)
-            price = price_detail::walkAsks(q, 5);
+            price = price_detail::walkBook(q, PRTP_SALE5);
     } else {
         // No placeholder test on the sell side: a lower limit is never the 100000.0 placeholder.
         price = q.m_dLowerLimitPrice;
-        if (isEmptyPrice(price)) price = price_detail::walkBids(q, 5);
+        if (isEmptyPrice(price)) price = price_detail::walkBook(q, PRTP_BUY5);
     }
     return false;
 }

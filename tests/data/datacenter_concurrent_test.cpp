@@ -25,11 +25,13 @@ CInstrumentDetailPtr instrument(const std::string& market, const std::string& co
     return d;
 }
 
-// Reloads of a market are atomic for readers: a look-up sees one whole generation of the table,
-// never a mix of two or a half-erased market, and the derived IPO code always agrees with it.
+// Reloads are atomic for readers: a look-up sees one whole generation of the table, never a mix of
+// two or a half-erased market; the futures fallback always finds a contract of a reloaded
+// exchange; the DCE spread lists, the IPO code and the four indexes always agree with the table.
 TEST(DataCenterConcurrent, ReloadAndLookUpsSeeWholeGenerations) {
     DataCenter dc;
     const int kInstruments = 200;
+    const int kSpreads = 5;
     const int kGenerations = 150;
     auto generation = [&](int g) {
         std::vector<CInstrumentDetailPtr> details;
@@ -39,17 +41,28 @@ TEST(DataCenterConcurrent, ReloadAndLookUpsSeeWholeGenerations) {
             d->m_bIsIPO = (i == g % kInstruments);
             details.push_back(d);
         }
+        details.push_back(instrument("DCE", "m2409", "豆粕2409", "m"));
+        for (int i = 0; i < kSpreads; ++i) {
+            CInstrumentDetailPtr spread = instrument("DCE", "SP m2409&m250" + std::to_string(i + 1), "", "m");
+            spread->m_bIsCombination = true;
+            details.push_back(spread);
+        }
         return details;
     };
-    dc.setInstrumentDetail({"SH"}, generation(0));
+    dc.setInstrumentDetail({"SH", "DCE"}, generation(0));
+    std::atomic<int> started(0);
     std::atomic<bool> done(false);
     std::atomic<int> problems(0);
+    std::atomic<int> lookUps(0);
     std::thread writer([&] {
-        for (int g = 1; g <= kGenerations; ++g) dc.setInstrumentDetail({"SH"}, generation(g));
+        while (started < 2) std::this_thread::yield();  // both readers run while the table changes
+        for (int g = 1; g <= kGenerations; ++g) dc.setInstrumentDetail({"SH", "DCE"}, generation(g));
         done = true;
     });
     auto reader = [&] {
-        while (!done) {
+        ++started;
+        int n = 0;
+        do {
             const InstrumentMap all = dc.getExchangeInstruments("SH");
             if (all.size() != static_cast<size_t>(kInstruments)) {
                 ++problems;
@@ -63,13 +76,24 @@ TEST(DataCenterConcurrent, ReloadAndLookUpsSeeWholeGenerations) {
             if (dc.getIpoCode().empty()) ++problems;
             if (dc.getProductNameByID("P").empty()) ++problems;
             if (dc.getInstrument("SHFE", "600007")) ++problems;
-        }
+            if (dc.getRealMarket("SHFE", "m2409") != "DCE") ++problems;
+            if (dc.getDceCrossPeriod().size() != static_cast<size_t>(kSpreads)) ++problems;
+            if (++n % 16 == 0) {
+                std::string report;
+                if (!dc.checkInstrumentIndexes(&report)) {
+                    ADD_FAILURE() << report;
+                    ++problems;
+                }
+            }
+            ++lookUps;
+        } while (!done);
     };
     std::thread r1(reader), r2(reader);
     writer.join();
     r1.join();
     r2.join();
     EXPECT_EQ(0, problems.load());
+    EXPECT_GE(lookUps.load(), 2);
     EXPECT_EQ("SH" + std::to_string(600000 + kGenerations % kInstruments), dc.getIpoCode());
     std::string report;
     EXPECT_TRUE(dc.checkInstrumentIndexes(&report)) << report;

@@ -128,40 +128,77 @@ protected:
 
 // ---- which tables apply ------------------------------------------------------------------------------
 
-TEST_F(FeeMergeTest, OwnRateOverridesTheParentsAndParentsStaysWhereOwnHasNone) {
+// Stock, futures, HGT and Sgt alike: a sub-account takes its parent's table, then its own; a super
+// account takes its own table only.
+TEST_F(FeeMergeTest, ParentThenOwnForSubAccountsOwnOnlyForSuperAccounts) {
+    enum Kind { kStock, kFuture, kHgt, kSgt };
+    // Files a one-entry table of `rate` for `a` (its entry of a category that holds none of the
+    // instruments when `matching` is false), and reads back the rate a merge leaves (0: none).
+    const auto file = [this](Kind kind, const CAccountInfoPtr& a, double rate, bool matching) {
+        const char* const other = "10003";
+        switch (kind) {
+            case kStock: setStock(a, stockTable({stockRate(matching ? "10001" : other, rate)})); break;
+            case kFuture:
+                m_dc->setAccountFutureInstruemntFee(
+                    {{a, futureTable({futureRate(matching ? "20003" : other, rate)}, {})}});
+                break;
+            case kHgt: {
+                CCustomHGTInstrumentFeePtr t = boost::make_shared<CCustomHGTInstrumentFee>();
+                t->m_vRates = {hkRate(matching ? "50001" : other, rate)};
+                m_dc->setAccountsHGTInstrumentFee({{a, t}});
+                break;
+            }
+            case kSgt: {
+                CCustomSgtInstrumentFeePtr t = boost::make_shared<CCustomSgtInstrumentFee>();
+                t->m_vRates = {hkRate(matching ? "50002" : other, rate)};
+                m_dc->setAccountsSgtInstrumentFee({{a, t}});
+                break;
+            }
+        }
+    };
+    const auto merged = [this](Kind kind, const CAccountInfoPtr& a) {
+        switch (kind) {
+            case kStock: {
+                const double r = mergedBuyRate(a);
+                return r < 0 ? 0.0 : r;
+            }
+            case kFuture: {
+                const CInstrumentFeePtr fee = feeFor("SHFE", "rb2410");
+                m_dc->testMergeFutureInstrumentFee(a, fee);
+                return fee->m_dOpenRatioByMoney;
+            }
+            case kHgt: {
+                const CInstrumentFeePtr fee = feeFor("HGT", "00700");
+                m_dc->testMergeHGTInstrumentFee(a, fee);
+                return fee->m_dHGTCommissionRate;
+            }
+            case kSgt: {
+                const CInstrumentFeePtr fee = feeFor("SGT", "00700");
+                m_dc->testMergeSgtInstrumentFee(a, fee);
+                return fee->m_dSgtCommissionRate;
+            }
+        }
+        return -1.0;
+    };
     const struct {
-        double parent;  // < 0: no table
-        double own;     // < 0: no table; 0: a table whose only entry does not match
+        bool super;
+        double parent, own;  // 0: no table; own < 0: an own table whose entry does not match
         double expected;
     } cases[] = {
-        {0.0003, 0.0001, 0.0001}, {0.0003, -1.0, 0.0003}, {0.0003, 0.0, 0.0003},
-        {-1.0, 0.0001, 0.0001},   {-1.0, -1.0, -1.0},
+        {false, 0.3, 0.0, 0.3}, {false, 0.3, 0.1, 0.1}, {false, 0.3, -1.0, 0.3}, {false, 0.0, 0.1, 0.1},
+        {false, 0.0, 0.0, 0.0}, {true, 0.3, 0.0, 0.0},  {true, 0.3, 0.1, 0.1},
     };
-    for (const auto& c : cases) {
-        m_dc = boost::make_shared<DataCenter>();
-        const CAccountInfoPtr sub = account("880001", "S1");
-        if (c.parent >= 0) setStock(account("880001", ""), stockTable({stockRate("10001", c.parent)}));
-        if (c.own > 0) setStock(sub, stockTable({stockRate("10001", c.own)}));
-        if (c.own == 0) setStock(sub, stockTable({stockRate("10003", 0.0009)}));
-        EXPECT_DOUBLE_EQ(c.expected, mergedBuyRate(sub)) << "parent " << c.parent << " own " << c.own;
+    for (Kind kind : {kStock, kFuture, kHgt, kSgt}) {
+        for (const auto& c : cases) {
+            m_dc = boost::make_shared<DataCenter>();
+            // A super account's would-be parent is the plain account of the same id.
+            const CAccountInfoPtr a = c.super ? superAccount("880001", 2) : account("880001", "S1");
+            if (c.parent > 0) file(kind, account("880001", ""), c.parent, true);
+            if (c.own != 0) file(kind, a, c.own > 0 ? c.own : 0.9, c.own > 0);
+            EXPECT_DOUBLE_EQ(c.expected, merged(kind, a))
+                << "kind " << kind << (c.super ? " super" : " sub") << " parent " << c.parent << " own " << c.own;
+        }
     }
-}
-
-TEST_F(FeeMergeTest, SuperAccountUsesOnlyItsOwnTable) {
-    const CAccountInfoPtr super = superAccount("880001", 2);
-    setStock(account("880001", ""), stockTable({stockRate("10001", 0.0009)}));  // the would-be parent
-    EXPECT_DOUBLE_EQ(-1.0, mergedBuyRate(super));
-    setStock(super, stockTable({stockRate("10001", 0.0002)}));
-    EXPECT_DOUBLE_EQ(0.0002, mergedBuyRate(super));
-
-    // Futures, HGT and Sgt follow the same rule.
-    m_dc->setAccountFutureInstruemntFee(
-        {{account("880001", ""), futureTable({futureRate("20003", 0.5)}, {})}});
-    const CInstrumentFeePtr fee = feeFor("SHFE", "rb2410");
-    m_dc->testMergeFutureInstrumentFee(super, fee);
-    EXPECT_DOUBLE_EQ(0.0, fee->m_dOpenRatioByMoney);
-    m_dc->testMergeFutureInstrumentFee(account("880001", "S2"), fee);
-    EXPECT_DOUBLE_EQ(0.5, fee->m_dOpenRatioByMoney);
 }
 
 // ---- the matching rule ---------------------------------------------------------------------------------

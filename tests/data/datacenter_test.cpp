@@ -1,6 +1,7 @@
-// DataCenter registry: instrument table and its indexes (futures fallback, partial reloads, product
-// names, DCE spread legs, IPO code), tick sizes, trade days by the terminal's clock, exchange
-// rates, exchange status, account registry and the account-data notification. Concurrent reloads
+// DataCenter registry: the interface's vtable order, the instrument table and its indexes (futures
+// fallback, partial reloads, product names, DCE spread legs, IPO code), tick sizes, trade days by
+// the terminal's clock, exchange rates, exchange status, account registry and the account-data
+// notification. Concurrent reloads
 // against look-ups are in datacenter_concurrent_test.cpp (run under ThreadSanitizer).
 #include "base/data/DataCenter.h"
 
@@ -9,6 +10,8 @@
 #include <boost/make_shared.hpp>
 #include <boost/thread/mutex.hpp>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <limits>
 
 #include "base/TraderCenter.h"
@@ -63,6 +66,70 @@ protected:
     DataCenterPtr m_dc;
     boost::shared_ptr<FakePrimitive> m_primitive;
 };
+
+// ---- the interface's binary layout -----------------------------------------------------------------
+
+// The vtable slot of a virtual member function, read from its pointer-to-member representation in
+// the Itanium C++ ABI (x86-64): {1 + byte offset in the vtable, this adjustment}.
+template <class MemberFunction>
+long vtableSlot(MemberFunction fn) {
+    struct Representation {
+        uintptr_t ptr;
+        ptrdiff_t adj;
+    };
+    static_assert(sizeof(MemberFunction) == sizeof(Representation), "not an Itanium member pointer");
+    Representation r;
+    std::memcpy(&r, &fn, sizeof r);
+    return (r.ptr & 1) ? static_cast<long>((r.ptr - 1) / sizeof(void*)) : -1;
+}
+
+// Modules built against the platform's IDataCenter call through its vtable by slot: the
+// operations must occupy consecutive slots in the published order (one slot stays between
+// testMergeForeignInstrumentFee and getExchangeRate for the private MergeAccountForeignInstrumentFee),
+// and later additions come after the last published one.
+TEST(DataCenterInterfaceTest, VirtualOperationsKeepTheirPublishedSlots) {
+#if !defined(__x86_64__)
+    GTEST_SKIP() << "slot numbers are read from the x86-64 Itanium ABI representation";
+#endif
+#define TT_SLOT(name) {#name, vtableSlot(&IDataCenter::name)}
+    const std::pair<const char*, long> published[] = {
+        TT_SLOT(addAccount), TT_SLOT(getAccount), TT_SLOT(removeAccount), TT_SLOT(updateData),
+        TT_SLOT(subscribe), TT_SLOT(getPrice), TT_SLOT(setInstrumentDetail), TT_SLOT(setPriceDiff),
+        TT_SLOT(getAccountStockInstrumentFee), TT_SLOT(getAccountFutureInstrumentFee),
+        TT_SLOT(getAccountHGTInstrumentFee), TT_SLOT(getAccountSgtInstrumentFee),
+        TT_SLOT(setAccountsStockInstrumentFee), TT_SLOT(setAccountFutureInstruemntFee),
+        TT_SLOT(setAccountsHGTInstrumentFee), TT_SLOT(setAccountsSgtInstrumentFee),
+        TT_SLOT(testMergeStockInstrumentFee), TT_SLOT(testMergeFutureInstrumentFee),
+        TT_SLOT(testMergeHGTInstrumentFee), TT_SLOT(testMergeSgtInstrumentFee),
+        TT_SLOT(testMergeForeignInstrumentFee), {"MergeAccountForeignInstrumentFee", -1},
+        TT_SLOT(getExchangeRate), TT_SLOT(setExchangeRate), TT_SLOT(getAccountForeignInstruments),
+        TT_SLOT(setAccountForeignInstruemntFee), TT_SLOT(updateForeignInstruemntFeeByBroker),
+        TT_SLOT(getForeignTradeDay), TT_SLOT(getDceCrossProduct), TT_SLOT(getDceCrossPeriod),
+        TT_SLOT(getIpoCode), TT_SLOT(isCustomCommission), TT_SLOT(isCustomMargin), TT_SLOT(setExchanges),
+        TT_SLOT(setUpToDate), TT_SLOT(isUpToDate), TT_SLOT(getInstruments), TT_SLOT(getInstrument),
+        TT_SLOT(getInstrumentByKey), TT_SLOT(getInstrumentByCode), TT_SLOT(getExchange), TT_SLOT(getProduct),
+        TT_SLOT(getProductNameByID), TT_SLOT(getRealMarket), TT_SLOT(addProductNSData),
+        TT_SLOT(getProductNSData), TT_SLOT(setMarketTime), TT_SLOT(getMarketTime), TT_SLOT(setMarketStatus),
+        TT_SLOT(getMarketStatus), TT_SLOT(getStockTradeDay), TT_SLOT(getMaxTradeDay),
+        TT_SLOT(getMarketTradeDay), TT_SLOT(getMapExchange), TT_SLOT(getMarketAndTradeDay),
+        TT_SLOT(getETFDataCenter), TT_SLOT(getAccounts), TT_SLOT(getExchangeInstruments),
+        TT_SLOT(getProductInstruments), TT_SLOT(getAllProductInstruments), TT_SLOT(getGlobalData),
+        TT_SLOT(getPortfolioManager), TT_SLOT(getPriceDiff), TT_SLOT(updateHGTAccountSettlementRate),
+        TT_SLOT(getHGTAccountSettlementRate), TT_SLOT(updateSgtAccountSettlementRate),
+        TT_SLOT(getSgtAccountSettlementRate), TT_SLOT(updateExchangeStatus), TT_SLOT(isAnyMarketTrading),
+        TT_SLOT(setKLineDatas), TT_SLOT(getKLineDatas), TT_SLOT(setKLineDatasStatus),
+        TT_SLOT(getKLineDatasStatus),
+        // appended after the published operations
+        TT_SLOT(onAccountData), TT_SLOT(onAccountDatas), TT_SLOT(addAccountDataListener),
+    };
+#undef TT_SLOT
+    const long first = published[0].second;
+    ASSERT_GE(first, 0);
+    for (size_t i = 0; i < sizeof(published) / sizeof(published[0]); ++i) {
+        if (published[i].second < 0) continue;  // private: its slot is the gap checked here
+        EXPECT_EQ(first + static_cast<long>(i), published[i].second) << published[i].first;
+    }
+}
 
 // ---- tick sizes ------------------------------------------------------------------------------------
 

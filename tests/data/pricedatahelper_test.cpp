@@ -76,6 +76,9 @@ TEST(PriceHelperDirectionTest, DirectionOfEveryOperationAgreesWithTheOtherTables
             EXPECT_EQ('1', direction) << op;
         }
     }
+    // Far outside the tables: buy, whatever the bits of the value.
+    for (int op : {std::numeric_limits<int>::min(), -1000000, 1069, 1005 + 64, 1000000, std::numeric_limits<int>::max()})
+        EXPECT_EQ('0', getDirectionByOperation(op)) << op;
 }
 
 TEST(PriceHelperEmptyTest, EmptyPriceBoundaries) {
