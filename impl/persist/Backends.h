@@ -11,7 +11,7 @@ namespace persist {
 
 bool checkNoOtherOptions(const CPersistUrl& url, const std::string& original, std::string* error);
 
-// sqlite:///path/file.db?sync=normal|full&busy_timeout_ms=N
+// sqlite:///path/file.db?sync=normal|full&check=quick|none&busy_timeout_ms=N&checkpoint_pages=N
 PersistBackendPtr openSqliteBackend(CPersistUrl* url, const std::string& original, std::string* error);
 // redis://[:password@]host[:port][/db]?timeout_ms=N&connect_timeout_ms=N&namespace=NAME
 PersistBackendPtr openRedisBackend(CPersistUrl* url, const std::string& original, std::string* error);

@@ -46,6 +46,11 @@ bool hasPrefix(const std::string& s, const std::string& prefix) {
 
 // Pending hash writes are counted in this many slots, by a hash of the key.
 const size_t kSlots = 1 << 14;
+// After its last batch the writer lingers (polls every linger_ms, so writers need not wake it) for
+// this long before it sleeps until woken.
+const std::chrono::milliseconds kLingerWindow(250);
+// Operations retired per hold of the queue mutex, so writers wait at most that long for it.
+const size_t kRetireStep = 256;
 // Log the first failure of a streak and then every this many.
 const int kLogEveryFailures = 20;
 
@@ -66,6 +71,12 @@ const int kLogEveryFailures = 20;
 // A slot is only decremented after the store has applied the write, so a read that finds the slot
 // empty and goes to the store finds the write there. Queueing a write therefore costs one copy of
 // its names and a counter increment; the search costs only the rare read of a key still pending.
+//
+// Waking a sleeping thread is a system call that costs the waker microseconds, far more than the
+// enqueue itself. So a write never wakes the writer while it is busy or lingering: after a batch
+// the writer polls the queue every linger_ms for kLingerWindow, and only a writer that has gone
+// to sleep is woken by the next write. A lingering writer is woken early when a full batch is
+// waiting, or by flush(), writeData() and shutdown(), which wait for it.
 class CPersistService::CImpl {
 public:
     CImpl(const PersistBackendPtr& backend, const CPersistOptions& options);
@@ -116,8 +127,11 @@ private:
     CChunk& chunkForLocked(size_t n);
     // The next operation slot of `c`, to be filled in by the caller.
     static CWriteOp& nextSlotLocked(CChunk& c);
-    // Numbers and counts c's last `n` operations as one group, and says whether to wake the writer.
-    void commitLocked(CChunk& c, size_t n, bool* notify);
+    // Numbers and counts c's last `n` operations as one group, and says whether to wake the writer
+    // (`urgent`: the caller is about to wait for the writer).
+    void commitLocked(CChunk& c, size_t n, bool urgent, bool* notify);
+    // Wakes a writer that is not busy. Under m_mutex.
+    void wakeWriterLocked();
     // Calls f(op) for every operation not yet applied, oldest first.
     template <class F>
     void forEachPendingLocked(const F& f) const;
@@ -147,7 +161,8 @@ private:
     size_t m_nPendingOfFamily[FAMILY_COUNT];  // pending operations of each family
     uint64_t m_nNextSeq;                      // sequence number of the next operation queued
     uint64_t m_nDoneSeq;                      // every operation up to this one has been applied or given up
-    bool m_bWriterIdle;
+    // WRITER_BUSY also once a wake-up has been sent, so that one is sent only once.
+    enum EWriterState { WRITER_BUSY, WRITER_LINGERING, WRITER_ASLEEP } m_eWriterState;
     bool m_bStopping;
     std::chrono::steady_clock::time_point m_stopDeadline;
     std::map<uint64_t, int> m_syncWaiters;  // writeData: seq -> 0 waiting, 1 applied, -1 given up
@@ -174,7 +189,7 @@ CPersistService::CImpl::CImpl(const PersistBackendPtr& backend, const CPersistOp
       m_nPendingOfFamily{0, 0, 0},
       m_nNextSeq(1),
       m_nDoneSeq(0),
-      m_bWriterIdle(false),
+      m_eWriterState(WRITER_BUSY),
       m_bStopping(false),
       m_nBatchId(0),
       m_bAbandoning(false),
@@ -377,7 +392,7 @@ CWriteOp& CPersistService::CImpl::nextSlotLocked(CChunk& c) {
     return c.m_ops[c.m_nUsed++];
 }
 
-void CPersistService::CImpl::commitLocked(CChunk& c, size_t n, bool* notify) {
+void CPersistService::CImpl::commitLocked(CChunk& c, size_t n, bool urgent, bool* notify) {
     for (size_t i = c.m_nUsed - n; i < c.m_nUsed; ++i) {
         CWriteOp& op = c.m_ops[i];
         op.m_nSeq = m_nNextSeq++;
@@ -388,10 +403,19 @@ void CPersistService::CImpl::commitLocked(CChunk& c, size_t n, bool* notify) {
     }
     m_counters.m_nQueued += n;
     m_counters.m_nPending += n;
-    // Only an idle writer needs waking; a busy one comes back for more by itself, so the push
-    // path pays no system call while the writer is working.
-    *notify = m_bWriterIdle;
-    m_bWriterIdle = false;
+    // A busy writer comes back for more by itself and a lingering one looks within linger_ms, so
+    // the push path pays no system call unless the writer sleeps, a full batch waits, or the
+    // caller will wait for the write.
+    *notify =
+        m_eWriterState == WRITER_ASLEEP ||
+        (m_eWriterState == WRITER_LINGERING && (urgent || m_counters.m_nPending >= m_options.m_nMaxBatchOps));
+    if (*notify) m_eWriterState = WRITER_BUSY;
+}
+
+void CPersistService::CImpl::wakeWriterLocked() {
+    if (m_eWriterState == WRITER_BUSY) return;
+    m_eWriterState = WRITER_BUSY;
+    m_cvWork.notify_one();
 }
 
 bool CPersistService::CImpl::refuse(EWriteKind kind, const std::string& name, const std::string& key,
@@ -418,7 +442,7 @@ bool CPersistService::CImpl::enqueueKeyOp(EWriteKind kind, const std::string& na
             op.m_values.clear();
             seq = m_nNextSeq;
             if (wait) m_syncWaiters[seq] = 0;
-            commitLocked(chunk, 1, &notify);
+            commitLocked(chunk, 1, wait, &notify);
         }
         refused = m_counters.m_nRejected;
     }
@@ -445,7 +469,7 @@ bool CPersistService::CImpl::enqueueGroup(const std::string& hash,
                 op.m_value = d.second;
                 op.m_values.clear();
             }
-            commitLocked(chunk, datas.size(), &notify);
+            commitLocked(chunk, datas.size(), false, &notify);
         }
         refused = m_counters.m_nRejected;
     }
@@ -475,7 +499,7 @@ bool CPersistService::CImpl::enqueueList(const std::string& name, const std::vec
             op.m_strKey.clear();
             op.m_value = bson::BSONObj();
             op.m_values = docs;
-            commitLocked(chunk, 1, &notify);
+            commitLocked(chunk, 1, false, &notify);
         }
         refused = m_counters.m_nRejected;
     }
@@ -502,12 +526,16 @@ bool CPersistService::CImpl::waitOutcome(uint64_t seq) {
 bool CPersistService::CImpl::flushFor(std::chrono::milliseconds limit) {
     std::unique_lock<std::mutex> lock(m_mutex);
     const uint64_t target = m_nNextSeq - 1;
+    if (m_nDoneSeq >= target) return true;
+    wakeWriterLocked();
     return m_cvDone.wait_for(lock, limit, [&] { return m_nDoneSeq >= target; });
 }
 
 void CPersistService::CImpl::flush() {
     std::unique_lock<std::mutex> lock(m_mutex);
     const uint64_t target = m_nNextSeq - 1;
+    if (m_nDoneSeq >= target) return;
+    wakeWriterLocked();
     m_cvDone.wait(lock, [&] { return m_nDoneSeq >= target; });
 }
 
@@ -534,20 +562,28 @@ void CPersistService::CImpl::shutdown() {
 // ---- the writer thread ----
 
 void CPersistService::CImpl::writerLoop() {
+    const size_t maxBatch = std::max<size_t>(m_options.m_nMaxBatchOps, 1);
+    const std::chrono::milliseconds linger(std::max(0, m_options.m_nLingerMs));
+    std::chrono::steady_clock::time_point lastWork;  // long ago: start asleep
+    std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
-        {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            while (m_chunks.empty() && !m_bStopping) {
-                m_bWriterIdle = true;
+        while (m_chunks.empty() && !m_bStopping) {
+            const auto now = std::chrono::steady_clock::now();
+            if (linger.count() > 0 && now - lastWork < kLingerWindow) {
+                m_eWriterState = WRITER_LINGERING;
+                m_cvWork.wait_until(lock, now + linger);
+            } else {
+                m_eWriterState = WRITER_ASLEEP;
                 m_cvWork.wait(lock);
             }
-            m_bWriterIdle = false;
-            if (m_chunks.empty()) return;
-            std::swap(m_inFlight, m_chunks.front());
-            m_chunks.pop_front();
-            m_nInFlightDone = 0;
         }
-        const size_t maxBatch = std::max<size_t>(m_options.m_nMaxBatchOps, 1);
+        m_eWriterState = WRITER_BUSY;
+        if (m_chunks.empty()) return;  // stopping, and everything is applied
+        std::swap(m_inFlight, m_chunks.front());
+        m_chunks.pop_front();
+        m_nInFlightDone = 0;
+        lock.unlock();
+
         CWriteOp* const ops = m_inFlight.m_ops.data();
         const size_t count = m_inFlight.m_nUsed;
         size_t pos = 0;
@@ -567,22 +603,28 @@ void CPersistService::CImpl::writerLoop() {
             }
             pos = end;
         }
-        // The finished chunk lets go of its documents outside the lock and is kept for reuse,
-        // unless an unusually large batch made it much bigger than a normal one.
+        // Every operation of the chunk is retired, so no reader looks at them any more: they let
+        // go of their documents without the lock.
+        for (size_t i = 0; i < count; ++i) {
+            ops[i].m_value = bson::BSONObj();
+            ops[i].m_values.clear();
+        }
+        lastWork = std::chrono::steady_clock::now();
+
+        // The chunk is kept for reuse, unless an unusually large group made it much bigger than a
+        // normal one; and the writer looks for more work under the same hold of the lock.
         CChunk done;
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            std::swap(done, m_inFlight);
-            m_nInFlightDone = 0;
-        }
-        for (size_t i = 0; i < done.m_nUsed; ++i) {
-            done.m_ops[i].m_value = bson::BSONObj();
-            done.m_ops[i].m_values.clear();
-        }
+        lock.lock();
+        std::swap(done, m_inFlight);
+        m_nInFlightDone = 0;
         done.m_nUsed = 0;
-        if (done.m_ops.capacity() > 4 * maxBatch) continue;
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_spareChunks.size() < 4) m_spareChunks.push_back(std::move(done));
+        if (done.m_ops.capacity() <= 4 * maxBatch && m_spareChunks.size() < 4) {
+            m_spareChunks.push_back(std::move(done));
+        } else {
+            lock.unlock();
+            done = CChunk();
+            lock.lock();
+        }
     }
 }
 
@@ -669,9 +711,12 @@ void CPersistService::CImpl::retire(CWriteOp* ops, size_t n, bool applied, const
                              ops[i].m_strName, ops[i].m_strKey, ops[i].m_value.objsize(), reason);
         }
     }
-    {
+    // In steps, so a large batch does not hold up writers. Retiring part of a group is safe: the
+    // store already holds all of it, and the rest is served from the queue meanwhile.
+    for (size_t begin = 0; begin < n; begin += kRetireStep) {
+        const size_t end = std::min(n, begin + kRetireStep);
         std::lock_guard<std::mutex> lock(m_mutex);
-        for (size_t i = 0; i < n; ++i) {
+        for (size_t i = begin; i < end; ++i) {
             const EFamily family = familyOf(ops[i].m_eKind);
             if (family == FAMILY_HASH) --m_slots[slotOf(ops[i].m_strKey)];
             --m_nPendingOfFamily[family];
@@ -680,10 +725,10 @@ void CPersistService::CImpl::retire(CWriteOp* ops, size_t n, bool applied, const
                 if (w != m_syncWaiters.end()) w->second = applied ? 1 : -1;
             }
         }
-        m_nInFlightDone = static_cast<size_t>(ops + n - m_inFlight.m_ops.data());
-        (applied ? m_counters.m_nApplied : m_counters.m_nFailed) += n;
-        m_counters.m_nPending -= n;
-        m_nDoneSeq = ops[n - 1].m_nSeq;
+        m_nInFlightDone = static_cast<size_t>(ops + end - m_inFlight.m_ops.data());
+        (applied ? m_counters.m_nApplied : m_counters.m_nFailed) += end - begin;
+        m_counters.m_nPending -= end - begin;
+        m_nDoneSeq = ops[end - 1].m_nSeq;
     }
     m_cvDone.notify_all();
 }
@@ -701,7 +746,8 @@ bool takeServiceOptions(CPersistUrl* url, CPersistOptions* options, std::string*
                  {"retry_ms", 1, 0, false},
                  {"retry_max_ms", 1, 0, false},
                  {"shutdown_timeout_ms", -1, 0, false},
-                 {"write_timeout_ms", 0, 0, false}};
+                 {"write_timeout_ms", 0, 0, false},
+                 {"linger_ms", 0, 0, false}};
     for (auto& it : items) {
         if (!url->takeInt(it.name, &it.value, &it.present, error)) return false;
         if (it.present && (it.value < it.min || it.value > 2000000000LL)) {
@@ -717,6 +763,7 @@ bool takeServiceOptions(CPersistUrl* url, CPersistOptions* options, std::string*
     if (items[3].present) options->m_nMaxRetryDelayMs = static_cast<int>(items[3].value);
     if (items[4].present) options->m_nShutdownTimeoutMs = static_cast<int>(items[4].value);
     if (items[5].present) options->m_nWriteTimeoutMs = static_cast<int>(items[5].value);
+    if (items[6].present) options->m_nLingerMs = static_cast<int>(items[6].value);
     return true;
 }
 

@@ -5,6 +5,7 @@
 //   NS:x:NAME     a sorted set of the same keys, all with score 0: the lexicographic index that
 //                 prefix reads walk with ZRANGEBYLEX (a byte-wise range, so '*', '?', '[' in keys
 //                 are plain bytes); updated in the same MULTI/EXEC as the hash, so the two agree
+//   NS:v:NAME     a counter bumped by every transaction that changes the hash
 //   NS:s:NAME     a Redis set per persisted set
 //   NS:l:NAME     a Redis list per persisted list (BSON bytes)
 //   NS:hashes, NS:sets, NS:lists   the names in use, for tools that walk the whole store
@@ -16,6 +17,12 @@
 // A batch holding list operations is one transaction that also records its id in NS:applied:ID: if
 // the connection fails after it was sent, the retry reads the marker and skips the batch when it
 // took effect, so an append is never doubled.
+//
+// A prefix read takes pages of kScanPage keys, each with one script (ZRANGEBYLEX then HMGET on the
+// server, so a page is one consistent state), and checks that the hash's counter did not move
+// between pages; if it did, a transaction landed in the middle and the read starts again. After
+// kScanAttempts such restarts it reads the whole range with one script. So a reader never sees part
+// of a transaction, as a SQLite reader never does.
 //
 // Two connections (writer thread, readers), each behind its own mutex. A connection that fails is
 // dropped and re-established on the next call; while the server stays away, attempts are spaced
@@ -44,6 +51,18 @@ namespace persist {
 namespace {
 
 const size_t kScanPage = 1000;
+const int kScanAttempts = 4;
+// KEYS: index, hash, counter. ARGV: min, max, most keys (-1: all). Returns {counter, keys, values};
+// HMGET goes in slices, since Lua unpacks only a few thousand values at once.
+const char* const kScanScript =
+    "local v = redis.call('GET', KEYS[3]) or '0' "
+    "local ks = redis.call('ZRANGEBYLEX', KEYS[1], ARGV[1], ARGV[2], 'LIMIT', 0, tonumber(ARGV[3])) "
+    "local vs = {} "
+    "for i = 1, #ks, 1000 do "
+    "  local part = redis.call('HMGET', KEYS[2], unpack(ks, i, math.min(i + 999, #ks))) "
+    "  for j = 1, #part do vs[#vs + 1] = part[j] end "
+    "end "
+    "return {v, ks, vs}";
 // Operations per transaction when a batch is split (see splitParts).
 const size_t kPartOps = 256;
 
@@ -316,6 +335,7 @@ public:
             cmds.emplace_back();
             cmds.back().lit("MULTI");
             appendOps(ops + parts[p].first, parts[p].second - parts[p].first, &cmds);
+            appendVersions(ops + parts[p].first, parts[p].second - parts[p].first, &cmds);
             if (p == first) appendRegistries(ops + parts[p].first, n - parts[p].first, &cmds);
             if (hasList) {
                 cmds.emplace_back();
@@ -376,35 +396,44 @@ public:
         std::lock_guard<std::mutex> lock(m_reader.mutex());
         CSigPipeGuard guard;
         std::string upper;
-        std::string min = prefix.empty() ? std::string("-") : "[" + prefix;
-        std::string max = prefixSuccessor(prefix, &upper) ? "(" + upper : std::string("+");
-        const std::string hkey = hashKey(hash), xkey = indexKey(hash);
-        const std::string page = std::to_string(kScanPage);
-        for (;;) {
-            CArgs z;
-            z.lit("ZRANGEBYLEX").add(xkey).add(min).add(max).lit("LIMIT").lit("0").add(page);
-            ReplyPtr keys = m_reader.command(z, error);
-            if (!keys || !expect(keys.get(), error)) return false;
-            if (keys->type != REDIS_REPLY_ARRAY || keys->elements == 0) return true;
-            CArgs g;
-            g.lit("HMGET").add(hkey);
-            for (size_t i = 0; i < keys->elements; ++i) g.add(keys->element[i]->str, keys->element[i]->len);
-            ReplyPtr vals = m_reader.command(g, error);
-            if (!vals || !expect(vals.get(), error)) return false;
-            if (vals->type != REDIS_REPLY_ARRAY || vals->elements != keys->elements) {
-                if (error) *error = m_reader.where() + ": unexpected reply to HMGET on '" + hkey + "'";
-                return false;
+        const std::string min = prefix.empty() ? std::string("-") : "[" + prefix;
+        const std::string max = prefixSuccessor(prefix, &upper) ? "(" + upper : std::string("+");
+        const std::string hkey = hashKey(hash), xkey = indexKey(hash), vkey = versionKey(hash);
+        const size_t base = out->size();
+        for (int attempt = 0;; ++attempt) {
+            const bool whole = attempt >= kScanAttempts;
+            const std::string limit = whole ? std::string("-1") : std::to_string(kScanPage);
+            std::string from = min, version;
+            for (bool firstPage = true;; firstPage = false) {
+                CArgs a;
+                a.lit("EVAL").add(kScanScript, strlen(kScanScript)).lit("3").add(xkey).add(hkey).add(vkey);
+                a.add(from).add(max).add(limit);
+                ReplyPtr r = m_reader.command(a, error);
+                if (!r || !expect(r.get(), error)) return false;
+                const bool triple = r->type == REDIS_REPLY_ARRAY && r->elements == 3;
+                const redisReply* keys = triple ? r->element[1] : nullptr;
+                const redisReply* vals = triple ? r->element[2] : nullptr;
+                if (!keys || keys->type != REDIS_REPLY_ARRAY || !vals || vals->type != REDIS_REPLY_ARRAY ||
+                    vals->elements != keys->elements) {
+                    if (error)
+                        *error = m_reader.where() + ": unexpected reply to a prefix read of '" + hkey + "'";
+                    return false;
+                }
+                const std::string v = replyText(r->element[0]);
+                if (!firstPage && v != version) break;  // the hash changed between pages
+                version = v;
+                for (size_t i = 0; i < keys->elements; ++i) {
+                    // A key in the index but not in the hash is skipped: both change in one
+                    // transaction, so this only happens if something else edited the hash.
+                    if (vals->element[i]->type != REDIS_REPLY_STRING) continue;
+                    out->emplace_back(std::string(keys->element[i]->str, keys->element[i]->len),
+                                      std::string(vals->element[i]->str, vals->element[i]->len));
+                }
+                if (whole || keys->elements < kScanPage) return true;
+                const redisReply* last = keys->element[keys->elements - 1];
+                from = "(" + std::string(last->str, last->len);
             }
-            for (size_t i = 0; i < keys->elements; ++i) {
-                // A key in the index but not in the hash is skipped: both change in one
-                // transaction, so this only happens if something else edited the hash.
-                if (vals->element[i]->type != REDIS_REPLY_STRING) continue;
-                out->emplace_back(std::string(keys->element[i]->str, keys->element[i]->len),
-                                  std::string(vals->element[i]->str, vals->element[i]->len));
-            }
-            if (keys->elements < kScanPage) return true;
-            const redisReply* last = keys->element[keys->elements - 1];
-            min = "(" + std::string(last->str, last->len);
+            out->resize(base);
         }
     }
 
@@ -460,6 +489,7 @@ public:
 private:
     std::string hashKey(const std::string& name) const { return m_strNs + ":h:" + name; }
     std::string indexKey(const std::string& name) const { return m_strNs + ":x:" + name; }
+    std::string versionKey(const std::string& name) const { return m_strNs + ":v:" + name; }
     std::string registryKey(ENameKind kind) const {
         return m_strNs + (kind == NAMES_HASHES ? ":hashes" : kind == NAMES_SETS ? ":sets" : ":lists");
     }
@@ -568,6 +598,19 @@ private:
                 }
             }
             i = j;
+        }
+    }
+
+    // Bumps the counter of every hash the operations change (see scan()).
+    void appendVersions(const CWriteOp* ops, size_t n, std::vector<CArgs>* cmds) const {
+        std::set<std::string> hashes;
+        for (size_t i = 0; i < n; ++i) {
+            if (ops[i].m_eKind == WRITE_PUT || ops[i].m_eKind == WRITE_REMOVE)
+                hashes.insert(ops[i].m_strName);
+        }
+        for (const std::string& h : hashes) {
+            cmds->emplace_back();
+            cmds->back().lit("INCR").own(versionKey(h));
         }
     }
 

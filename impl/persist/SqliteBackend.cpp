@@ -13,6 +13,10 @@
 // never corrupt the file. "?sync=full" fsyncs the WAL on every commit, so a committed batch also
 // survives a power cut, at the cost of one fsync per batch.
 //
+// Opening runs PRAGMA quick_check (about 30 ms for a 50 MB file with a warm cache), so a damaged
+// file is refused at start with a message naming it, instead of failing a read here and a write
+// there; "?check=none" skips it, to open a damaged file anyway and copy out what can be read.
+//
 // Two connections: the writer thread's (all writes, one transaction per batch) and one shared by
 // readers, each behind its own mutex; under WAL a reader never waits for the writer's transaction.
 // Every statement is prepared once and reused.
@@ -213,7 +217,7 @@ class CSqliteBackend : public IPersistBackend {
 public:
     explicit CSqliteBackend(const std::string& url) : m_strUrl(url) {}
 
-    bool open(const std::string& path, bool fullSync, int busyMs, long long checkpointPages,
+    bool open(const std::string& path, bool fullSync, bool check, int busyMs, long long checkpointPages,
               std::string* error) {
         if (!m_writer.open(path, busyMs, error)) return false;
         // The first statements read the file header: a file that is not a database fails here.
@@ -223,6 +227,26 @@ public:
             if (error)
                 *error = "SQLite store '" + path + "': cannot switch to WAL journal (mode is '" + mode + "')";
             return false;
+        }
+        if (check) {
+            std::string verdict;
+            if (!m_writer.queryText("PRAGMA quick_check(1)", &verdict, error)) {
+                // Locked, out of memory, I/O: *error says so. Only damage is reported as damage.
+                const int rc = sqlite3_errcode(m_writer.db()) & 0xFF;
+                if (rc != SQLITE_CORRUPT && rc != SQLITE_NOTADB) return false;
+                verdict = sqlite3_errmsg(m_writer.db());
+            }
+            if (verdict != "ok") {
+                for (char& c : verdict) {
+                    if (c == '\n') c = ' ';
+                }
+                if (error) {
+                    *error = "SQLite store '" + path + "' is damaged (" + verdict +
+                             "); restore it from a backup, or open it with ?check=none to copy out what "
+                             "can still be read";
+                }
+                return false;
+            }
         }
         if (!m_writer.exec(fullSync ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL", error))
             return false;
@@ -442,6 +466,18 @@ PersistBackendPtr openSqliteBackend(CPersistUrl* url, const std::string& origina
             return PersistBackendPtr();
         }
     }
+    std::string checkOption;
+    bool check = true;
+    if (url->take("check", &checkOption)) {
+        if (checkOption == "none") {
+            check = false;
+        } else if (checkOption != "quick") {
+            if (error)
+                *error = "persistence URL '" + original + "': option check must be 'quick' or 'none', not '" +
+                         checkOption + "'";
+            return PersistBackendPtr();
+        }
+    }
     long long busyMs = 1000, checkpointPages = kDefaultCheckpointPages;
     bool present = false;
     if (!url->takeInt("busy_timeout_ms", &busyMs, &present, error)) return PersistBackendPtr();
@@ -454,7 +490,7 @@ PersistBackendPtr openSqliteBackend(CPersistUrl* url, const std::string& origina
         return PersistBackendPtr();
     }
     boost::shared_ptr<CSqliteBackend> backend(new CSqliteBackend(original));
-    if (!backend->open(path, fullSync, static_cast<int>(busyMs), checkpointPages, error))
+    if (!backend->open(path, fullSync, check, static_cast<int>(busyMs), checkpointPages, error))
         return PersistBackendPtr();
     return backend;
 }

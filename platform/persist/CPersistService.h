@@ -33,16 +33,25 @@
 //   shutdown_timeout_ms=N   how long shutdown() keeps retrying a failing backend before it gives up
 //                           what is left (logged and counted). Default: 30000.
 //   write_timeout_ms=N      how long writeData() waits for its write to be applied. Default: 10000.
+//   linger_ms=N             after a batch, how often the writer looks for more work while writes
+//                           keep coming (see Cost). 0 wakes the writer for every write that finds
+//                           it idle. Default: 1.
 // plus the backend's own options (PersistBackend.h; e.g. sqlite sync=full).
 //
 // Cost: queueing a write copies its hash and key (the document is shared, not copied) and bumps a
-// counter. A read of a key with no write pending goes straight to the store; a read of a key
-// with writes pending, and a pattern, set or list read while writes of that kind are pending,
-// search the queue instead.
+// counter; it makes no system call while the writer is busy or lingering. For 250 ms after its
+// last batch the writer lingers, looking for new writes every `linger_ms`, so a write waits at
+// most that long before the writer takes it (sooner when a full batch is waiting, and at once for
+// flush() and writeData()), and writes arriving meanwhile share a transaction. Only the first write
+// after a quiet spell pays for waking the writer. A read of a key with no write pending goes
+// straight to the store; a read of a key with writes pending, and a pattern, set or list read
+// while writes of that kind are pending, search the queue instead (holding the queue's mutex for
+// the length of the queue).
 //
 // Thread safety: every member may be called from any thread. One mutex guards the queue and the
 // counters; a write holds it for a few moves, the writer for a counter update per operation, and
-// it is never held while the backend is called. The writer thread is the only caller of apply().
+// it is never held while the backend is called (the writer retires a finished batch in steps of a
+// few hundred operations). The writer thread is the only caller of apply().
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -68,6 +77,7 @@ struct CPersistOptions {
     int m_nMaxRetryDelayMs = 2000;     // retry_max_ms=. Default: 2000 ms.
     int m_nShutdownTimeoutMs = 30000;  // shutdown_timeout_ms=. Default: 30000 ms; negative waits forever.
     int m_nWriteTimeoutMs = 10000;     // write_timeout_ms=. Default: 10000 ms.
+    int m_nLingerMs = 1;               // linger_ms=. Default: 1 ms; 0 never lingers.
 };
 
 // Counts since the service was opened (m_nPending is the current depth).

@@ -7,7 +7,8 @@
 // reads (bson::BSONObj::fromBytes) and names the hash and key of anything it has to skip.
 //
 // Implementations, chosen by URL in openBackend():
-//   sqlite:///path/to/file.db[?sync=normal|full&busy_timeout_ms=N&checkpoint_pages=N]   the default
+//   sqlite:///path/to/file.db[?sync=normal|full&check=quick|none&busy_timeout_ms=N&checkpoint_pages=N]
+//                                                                      the default
 //   redis://[:password@]host[:port][/db][?timeout_ms=N&connect_timeout_ms=N&namespace=NAME]
 //   memory://[name]                                                    in-process fake for tests
 // and CFaultInjectionBackend (FaultInjectionBackend.h), a wrapper that fails on command.

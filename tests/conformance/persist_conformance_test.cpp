@@ -272,21 +272,60 @@ TEST_P(PersistConformance, PatternReadsMergePendingChangesOverStoredData) {
     EXPECT_EQ(expected, out);
 }
 
-TEST_P(PersistConformance, BatchIsAppliedInOneTransactionEvenAfterFailures) {
-    std::vector<std::pair<std::string, bson::BSONObj> > batch;
-    for (int i = 0; i < 300; ++i) batch.emplace_back("B____" + std::to_string(i), doc(i));
+TEST_P(PersistConformance, BatchesAreAppliedWholeEvenAfterFailures) {
+    // Round r writes doc(10000 * r + i) to the kKeys keys "B____i" and adds the key "B____x<r>".
+    // Another connection watches the store meanwhile: every state it sees must be the end of some
+    // round, never part of one. The batches are larger than one page of a Redis prefix read.
+    const int kKeys = 1500;
+    auto round = [&](int r) {
+        std::vector<std::pair<std::string, bson::BSONObj> > batch;
+        for (int i = 0; i < kKeys; ++i) batch.emplace_back("B____" + std::to_string(i), doc(10000 * r + i));
+        if (r > 0) batch.emplace_back("B____x" + std::to_string(r), doc(r));
+        return batch;
+    };
+    PersistServicePtr other = anotherConnection();
+    std::atomic<bool> done(false);
+    std::atomic<int> torn(0);
+    std::thread watcher([&] {
+        while (!done.load()) {
+            std::map<std::string, bson::BSONObj> seen;
+            if (!other->readAllData(kHash, "B____.*", seen)) continue;
+            std::set<int> rounds;
+            size_t numbered = 0, added = 0;
+            for (const auto& kv : seen) {
+                if (kv.first.compare(0, 6, "B____x") == 0) {
+                    ++added;
+                } else {
+                    ++numbered;
+                    rounds.insert(kv.second.getIntField("n") / 10000);
+                }
+            }
+            const bool whole = numbered == 0 ? added == 0
+                                             : numbered == static_cast<size_t>(kKeys) && rounds.size() == 1 &&
+                                                   *rounds.begin() == static_cast<int>(added);
+            if (!whole) ++torn;
+        }
+    });
     m_pFault->failNextWrites(2);
     const int attemptsBefore = m_pFault->writeAttempts();
-    ASSERT_TRUE(m_pService->asyncWriteDatas(kHash, batch));
+    ASSERT_TRUE(m_pService->asyncWriteDatas(kHash, round(0)));
     m_pService->flush();
     EXPECT_EQ(3, m_pFault->writeAttempts() - attemptsBefore)
-        << "two failed attempts and one that stored all 300";
+        << "two failed attempts and one that stored the whole batch";
+    for (int r = 1; r <= 5; ++r) {
+        ASSERT_TRUE(m_pService->asyncWriteDatas(kHash, round(r)));
+        m_pService->flush();
+    }
+    done = true;
+    watcher.join();
+    EXPECT_EQ(0, torn.load()) << "states seen that were part of a batch";
+
     std::map<std::string, bson::BSONObj> out;
-    ASSERT_TRUE(anotherConnection()->readAllData(kHash, "B____.*", out));
-    ASSERT_EQ(300u, out.size());
-    for (int i = 0; i < 300; ++i) EXPECT_EQ(doc(i), out["B____" + std::to_string(i)]);
+    ASSERT_TRUE(other->readAllData(kHash, "B____.*", out));
+    ASSERT_EQ(static_cast<size_t>(kKeys + 5), out.size());
+    for (int i = 0; i < kKeys; ++i) EXPECT_EQ(doc(50000 + i), out["B____" + std::to_string(i)]);
     const CPersistCounters c = m_pService->counters();
-    EXPECT_EQ(300u, c.m_nApplied);
+    EXPECT_EQ(static_cast<uint64_t>(kKeys + 5 * (kKeys + 1)), c.m_nApplied);
     EXPECT_EQ(2u, c.m_nRetried);
     EXPECT_EQ(0u, c.m_nFailed);
 }
@@ -379,30 +418,51 @@ TEST_P(PersistConformance, QueuedOperationsApplyInQueueOrder) {
 }
 
 TEST_P(PersistConformance, ReadsSeeEarlierWritesFromEveryThread) {
-    std::atomic<int> stale(0);
+    // Writer thread t writes doc(i) to key "T<t>____<i % 7>" and then publishes i. Every thread
+    // reads its own writes back at once; an observer thread that has seen i published must read
+    // doc(i) or a later write of the same key, never an older one. The writers go on until the
+    // observer has looked often enough.
+    const int kWriters = 3, kMinWrites = 400, kMaxWrites = 40000, kMinObservations = 300;
+    auto key = [](int t, int i) { return "T" + std::to_string(t) + "____" + std::to_string(i % 7); };
+    std::atomic<int> stale(0), observed(0), finished(0);
+    std::vector<std::atomic<int> > published(kWriters);
+    for (auto& p : published) p = -1;
     std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
+    for (int t = 0; t < kWriters; ++t) {
         threads.emplace_back([&, t] {
             const std::string prefix = "T" + std::to_string(t) + "____";
-            for (int i = 0; i < 400; ++i) {
-                const std::string key = prefix + std::to_string(i % 7);
-                if (!m_pService->asyncWriteData(kHash, key, doc(i))) ++stale;
-                if (m_pService->readData(kHash, key) != doc(i)) ++stale;
+            for (int i = 0; i < kMaxWrites && (i < kMinWrites || observed.load() < kMinObservations); ++i) {
+                if (!m_pService->asyncWriteData(kHash, key(t, i), doc(i))) ++stale;
+                published[t] = i;
+                if (m_pService->readData(kHash, key(t, i)) != doc(i)) ++stale;
                 if (i % 25 == 0) {
                     std::map<std::string, bson::BSONObj> out;
                     m_pService->readAllData(kHash, prefix + ".*", out);
-                    if (out[key] != doc(i)) ++stale;
+                    if (out[key(t, i)] != doc(i)) ++stale;
                 }
             }
+            ++finished;
         });
     }
+    threads.emplace_back([&] {
+        while (finished.load() < kWriters) {
+            for (int t = 0; t < kWriters; ++t) {
+                const int i = published[t].load();
+                if (i < 0) continue;
+                const int n = m_pService->readData(kHash, key(t, i)).getIntField("n", -1);
+                if (n < i || n % 7 != i % 7) ++stale;
+                ++observed;
+            }
+        }
+    });
     for (std::thread& t : threads) t.join();
     EXPECT_EQ(0, stale.load());
+    EXPECT_GE(observed.load(), kMinObservations);
     m_pService->flush();
     PersistServicePtr other = anotherConnection();
-    for (int t = 0; t < 4; ++t) {
-        EXPECT_EQ(doc(399),
-                  other->readData(kHash, "T" + std::to_string(t) + "____" + std::to_string(399 % 7)));
+    for (int t = 0; t < kWriters; ++t) {
+        const int last = published[t].load();
+        EXPECT_EQ(doc(last), other->readData(kHash, key(t, last)));
     }
 }
 

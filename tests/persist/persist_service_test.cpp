@@ -107,6 +107,16 @@ bool stored(IPersistBackend& b, const std::string& key, const bson::BSONObj& exp
     return b.get("H", key, &bytes, &found, &error) && found && bytes == expected.bytes();
 }
 
+// Polls until the store holds the document; false after 10 s.
+bool storedSoon(IPersistBackend& b, const std::string& key, const bson::BSONObj& expected) {
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!stored(b, key, expected)) {
+        if (std::chrono::steady_clock::now() > giveUp) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
 class PersistServiceTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -139,6 +149,36 @@ TEST_F(PersistServiceTest, FailedWritesAreRetriedUntilStoredAndCounted) {
     EXPECT_EQ(3u, c.m_nRetried);
     EXPECT_EQ(0u, c.m_nFailed);
     EXPECT_EQ(0u, c.m_nPending);
+}
+
+// Writes are applied without anybody calling flush(), whatever the writer was doing when they came:
+// asleep, lingering after a batch, or asleep again once the lingering spell is over. With a linger
+// far longer than the test, a full batch must wake the writer.
+TEST_F(PersistServiceTest, WritesReachTheStoreWithoutFlushWhateverTheWriterWasDoing) {
+    for (int linger : {0, 5}) {
+        CPersistOptions o = fastRetries();
+        o.m_nLingerMs = linger;
+        PersistServicePtr s = CPersistService::create(m_pStore, o);
+        const std::string tag = "linger" + std::to_string(linger) + "_";
+        ASSERT_TRUE(s->asyncWriteData("H", tag + "first", doc(1)));
+        EXPECT_TRUE(storedSoon(*m_pStore, tag + "first", doc(1))) << tag << "from asleep";
+        ASSERT_TRUE(s->asyncWriteData("H", tag + "next", doc(2)));
+        EXPECT_TRUE(storedSoon(*m_pStore, tag + "next", doc(2))) << tag << "right after a batch";
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        ASSERT_TRUE(s->asyncWriteData("H", tag + "later", doc(3)));
+        EXPECT_TRUE(storedSoon(*m_pStore, tag + "later", doc(3))) << tag << "after a quiet spell";
+    }
+    CPersistOptions o = fastRetries();
+    o.m_nLingerMs = 600000;
+    o.m_nMaxBatchOps = 4;
+    PersistServicePtr s = CPersistService::create(m_pStore, o);
+    ASSERT_TRUE(s->writeData("H", "w0", doc(0)));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    for (int i = 1; i <= 4; ++i) ASSERT_TRUE(s->asyncWriteData("H", "w" + std::to_string(i), doc(i)));
+    EXPECT_TRUE(storedSoon(*m_pStore, "w4", doc(4))) << "a full batch";
+    ASSERT_TRUE(s->asyncWriteData("H", "w5", doc(5)));
+    EXPECT_TRUE(s->flushFor(std::chrono::seconds(10))) << "flush wakes a lingering writer";
+    EXPECT_TRUE(stored(*m_pStore, "w5", doc(5)));
 }
 
 TEST_F(PersistServiceTest, WritesWaitInTheQueueWhileTheStoreIsDownAndAreServedToReaders) {
@@ -354,6 +394,7 @@ TEST(PersistUrlTest, BadUrlsAndOptionsAreRefusedNamingTheProblem) {
         {"ftp://host/x", "unknown scheme 'ftp'"},
         {"sqlite://", "names no file"},
         {"sqlite:///tmp/x.db?sync=sometimes", "sync must be 'normal' or 'full'"},
+        {"sqlite:///tmp/x.db?check=deep", "check must be 'quick' or 'none'"},
         {"sqlite:///tmp/x.db?colour=blue", "unknown option 'colour'"},
         {"sqlite:///tmp/x.db?queue=many", "'queue' must be a whole number"},
         {"sqlite:///tmp/x.db?batch=0", "'batch' is out of range"},
@@ -373,7 +414,8 @@ TEST(PersistUrlTest, BadUrlsAndOptionsAreRefusedNamingTheProblem) {
 TEST(PersistUrlTest, ServiceOptionsAreRead) {
     std::string error;
     PersistServicePtr s = CPersistService::open(
-        "memory://?queue=77&batch=5&retry_ms=2&retry_max_ms=9&shutdown_timeout_ms=-1&write_timeout_ms=3",
+        "memory://?queue=77&batch=5&retry_ms=2&retry_max_ms=9&shutdown_timeout_ms=-1&write_timeout_ms=3&"
+        "linger_ms=0",
         &error);
     ASSERT_TRUE(s) << error;
     EXPECT_EQ(77u, s->options().m_nQueueLimit);
@@ -382,6 +424,7 @@ TEST(PersistUrlTest, ServiceOptionsAreRead) {
     EXPECT_EQ(9, s->options().m_nMaxRetryDelayMs);
     EXPECT_EQ(-1, s->options().m_nShutdownTimeoutMs);
     EXPECT_EQ(3, s->options().m_nWriteTimeoutMs);
+    EXPECT_EQ(0, s->options().m_nLingerMs);
 }
 
 TEST(PrefixSuccessorTest, BoundsEveryKeyWithThePrefix) {
