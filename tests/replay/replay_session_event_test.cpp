@@ -5,6 +5,8 @@
 #include "SessionEvent.h"
 
 #include <boost/date_time/posix_time/posix_time.hpp>
+#include <fstream>
+#include <set>
 
 namespace ttservice {
 namespace replay {
@@ -91,13 +93,7 @@ TEST(SessionParser, InstrumentsReplaceTheirOwnMarketsUnlessMarketsAreGiven) {
                     .m_markets.empty());
 }
 
-TEST(SessionParser, TickTablesClocksAndFeeTablesDecode) {
-    const CSessionEvent ticks =
-        parse(R"({"event":"tick_table","key":"HGT","ticks":[[0.25,0.001],[10,0.01]]})");
-    ASSERT_EQ(2u, ticks.m_ticks.size());
-    EXPECT_EQ(0.25, ticks.m_ticks[0].first);
-    EXPECT_EQ(0.01, ticks.m_ticks[1].second);
-
+TEST(SessionParser, ClocksAndFeeTablesDecode) {
     const CSessionEvent clock = parse(R"({"event":"clock","start":"2024-03-15 01:25:07"})");
     EXPECT_EQ("2024-Mar-15 01:25:07", boost::posix_time::to_simple_string(clock.m_clock));
 
@@ -116,10 +112,49 @@ TEST(SessionParser, TickTablesClocksAndFeeTablesDecode) {
             .find("must be a CCustomStockInstrumentFee"));
 }
 
-TEST(SessionParser, JsonErrorsComeOnOneLine) {
+// docs/session-format.md shows an example of every event and every query; each example line of its
+// JSON blocks must be a valid event, so that a reader who copies one gets no error.
+TEST(SessionParser, TheFormatPageHasAValidExampleOfEveryEventAndQuery) {
+    std::ifstream page(TT_SOURCE_DIR "/docs/session-format.md");
+    ASSERT_TRUE(page) << "cannot read docs/session-format.md";
+    std::set<std::string> events, queries;
+    CSessionParser parser;
+    std::string line;
+    bool inJson = false;
+    int lineNo = 0;
+    while (std::getline(page, line)) {
+        ++lineNo;
+        if (line.compare(0, 3, "```") == 0) {
+            inJson = line == "```json";
+            continue;
+        }
+        if (!inJson || line.compare(0, 9, "{\"event\":") != 0) continue;
+        CSessionEvent e;
+        std::string error;
+        EXPECT_TRUE(parser.parse(line, e, &error)) << "docs/session-format.md:" << lineNo << ": " << error;
+        Json::Value v;
+        ASSERT_TRUE(parser.parseJson(line, v, &error));
+        events.insert(v["event"].asString());
+        if (e.m_eKind == CSessionEvent::QUERY) queries.insert(queryName(e.m_eQuery));
+    }
+    EXPECT_EQ(
+        (std::set<std::string>{"record", "quote", "advance", "clock", "exchanges", "instruments",
+                               "tick_table", "exchange_rate", "custom_fees", "create_account", "register",
+                               "start_cache", "initialize", "flush", "clear", "remove", "query"}),
+        events);
+    std::set<std::string> allQueries;
+    for (int q = QUERY_CAN_ORDER_VOLUME; q <= QUERY_TRADE_DAY; ++q) allQueries.insert(queryName(EQuery(q)));
+    EXPECT_EQ(allQueries, queries);
+}
+
+TEST(SessionParser, JsonErrorsComeOnOneLineAndNameTheColumn) {
     const std::string error = errorOf("{\"event\":\n");
     EXPECT_EQ(0u, error.find("bad JSON: ")) << error;
     EXPECT_EQ(std::string::npos, error.find('\n')) << error;
+    // jsoncpp's own "Line 1" would read as the session's line 1.
+    const std::string column = errorOf(R"({"event":"record","account":)");
+    EXPECT_EQ(0u, column.find("bad JSON: column 29: ")) << column;
+    EXPECT_EQ(std::string::npos, column.find("Line")) << column;
     EXPECT_NE(std::string::npos, errorOf(R"({"event":"advance","ms":1,"ms":2})").find("bad JSON"))
         << "a duplicate member is refused";
 }

@@ -79,11 +79,30 @@ TEST(ReplaySession, ACacheOnlyRecordAllowsAFlushWithoutStartCache) {
     EXPECT_EQ(1u, account(r)["dataCenter"]["flushes"][0]["slots"].asUInt64());
 }
 
-TEST(ReplaySession, AFlushOfAnUnregisteredAccountSaysTheCacheIsKept) {
-    const test::CReplayRun r =
-        replaySession(joinLines({kStock, R"({"event":"start_cache","account":"10001_S"})",
-                                 R"({"event":"flush","account":"10001_S"})"}));
-    EXPECT_NE(std::string::npos, r.out.find("nothing replayed (not registered: the cache is kept)")) << r.out;
+// A flush that finds the account unregistered keeps the push cache; once the account is back, a
+// flush without a new start_cache replays what was kept.
+TEST(ReplaySession, ACacheKeptByAFlushIsReplayedByTheNextOne) {
+    const test::CReplayRun r = replaySession(joinLines({
+        kStock,
+        kRegister,
+        kInit,
+        R"({"event":"start_cache","account":"10001_S"})",
+        record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":"1"})"),
+        R"({"event":"remove","account":"10001_S"})",
+        R"({"event":"flush","account":"10001_S"})",
+        kRegister,
+        R"({"event":"flush","account":"10001_S"})",
+        R"({"event":"flush","account":"10001_S"})",
+    }));
+    EXPECT_NE(std::string::npos,
+              r.out.find("line 7 flush 10001_S: nothing replayed (not registered: the cache is kept)"))
+        << r.out;
+    EXPECT_NE(std::string::npos, r.out.find("line 9 flush 10001_S: 1 slot(s) replayed")) << r.out;
+    ASSERT_EQ(1u, account(r)["dataCenter"]["flushes"].size());
+    EXPECT_EQ("SH_1", account(r)["dataCenter"]["flushes"][0]["order"][0]["key"].asString());
+    // The cache is empty again: one more flush has nothing to replay and is out of order.
+    EXPECT_EQ(1u, r.counters.m_nErrors) << r.err;
+    EXPECT_EQ(0u, r.err.find("session:10: flush of account '10001_S' without start_cache")) << r.err;
 }
 
 TEST(ReplaySession, OnlyARegisteredInitialisedAccountForwardsAndSubscribersHearEverything) {

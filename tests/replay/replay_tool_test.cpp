@@ -4,11 +4,13 @@
 #include <json/json.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
 #include "ReplayTestUtil.h"
+#include "SessionGenerator.h"
 #include "persist/CPersistService.h"
 
 namespace ttservice {
@@ -54,7 +56,7 @@ TEST_F(ReplayToolTest, JsonOutputParsesAndCarriesAnswersAccountsAndCounts) {
     ASSERT_TRUE(doc.isObject());
     EXPECT_EQ(0u, doc["errors"].size());
     EXPECT_EQ(2u, doc["accounts"].size());
-    EXPECT_EQ(16u, doc["counts"]["records"].asUInt64());
+    EXPECT_EQ(17u, doc["counts"]["records"].asUInt64());
     EXPECT_EQ(11u, doc["counts"]["queries"].asUInt64());
     bool undealt = false;
     for (const Json::Value& res : doc["results"]) {
@@ -85,7 +87,7 @@ TEST_F(ReplayToolTest, JsonOutputListsTheSkippedLines) {
     EXPECT_EQ(EXIT_ERRORS, r.status);
     const Json::Value doc = parse(r.out);
     ASSERT_EQ(1u, doc["errors"].size());
-    EXPECT_EQ(61, doc["errors"][0]["line"].asInt());
+    EXPECT_EQ(62, doc["errors"][0]["line"].asInt());
     EXPECT_NE(std::string::npos, doc["errors"][0]["reason"].asString().find("without start_cache"));
     EXPECT_EQ(1u, doc["counts"]["errors"].asUInt64());
 }
@@ -139,6 +141,33 @@ TEST_F(ReplayToolTest, UsageErrorsExitWithTwo) {
         EXPECT_EQ(EXIT_USAGE, r.status) << ::testing::PrintToString(args);
         EXPECT_NE(std::string::npos, r.err.find("usage: ttreplay")) << r.err;
     }
+}
+
+// On a terminal a large session gets a progress bar on standard error; a bad line's message and the
+// trailer wipe it first, so that each starts a line of its own.
+TEST_F(ReplayToolTest, OnATerminalBadLinesAndTheTrailerDoNotRunIntoTheProgressBar) {
+    CGeneratorOptions o;
+    o.m_nRecords = 8000;
+    std::ostringstream generated;
+    generateSession(o, generated);
+    std::string text = generated.str();
+    ASSERT_GE(static_cast<long long>(text.size()), PROGRESS_MIN_BYTES);
+    const size_t mid = text.find('\n', text.size() / 2) + 1;
+    text.insert(mid, "{\"event\":\"nope\"}\n");
+    const long badLine = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(mid), '\n') + 1;
+    const std::string path = write("big.jsonl", text);
+
+    std::ostringstream out, err;
+    EXPECT_EQ(EXIT_ERRORS, run({path, "--no-store"}, out, err, true));
+    const std::string e = err.str();
+    EXPECT_NE(std::string::npos, e.find("replaying [")) << "no progress bar";
+    const size_t message = e.find(path + ":" + std::to_string(badLine) + ": unknown event 'nope'");
+    ASSERT_NE(std::string::npos, message) << e.substr(0, 2000);
+    EXPECT_EQ("  \r", e.substr(message - 3, 3)) << "the bar is wiped before the message";
+    const size_t trailer = e.find("ttreplay: " + path + ": ");
+    ASSERT_NE(std::string::npos, trailer);
+    EXPECT_EQ("  \r", e.substr(trailer - 3, 3)) << "the bar is wiped before the trailer";
+    EXPECT_EQ(std::string::npos, out.str().find("replaying [")) << "the bar stays off standard output";
 }
 
 TEST_F(ReplayToolTest, LimitShortensEveryListAndSaysHowManyMore) {

@@ -117,8 +117,10 @@ public:
         m_err << "\rreplaying [" << std::string(filled, '#') << std::string(width - filled, ' ') << "] "
               << pct << "% " << lines << " lines" << std::flush;
     }
+    // Wipes the bar; the next update() draws it again.
     void clear() {
-        if (m_pct >= 0) m_err << "\r" << std::string(72, ' ') << "\r" << std::flush;
+        if (m_pct >= 0) m_err << "\r" << std::string(80, ' ') << "\r" << std::flush;
+        m_pct = -1;
     }
 
 private:
@@ -249,9 +251,18 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     uint64_t lines = 0, records = 0, errors = 0, events = 0, queries = 0;
     Json::Value summary;
     {
-        CSessionReplayer replayer(options, out, err);
         std::unique_ptr<CProgress> progress;
         if (errIsTerminal && size >= PROGRESS_MIN_BYTES) progress.reset(new CProgress(err, size));
+        // While the bar is drawn, the replayer's messages wait here and go out on lines of their own.
+        std::ostringstream held;
+        const auto passOn = [&]() {
+            if (!progress || held.tellp() <= 0) return;
+            progress->clear();
+            err << held.str() << std::flush;
+            held.str(std::string());
+        };
+        CSessionReplayer replayer(options, out, progress ? static_cast<std::ostream&>(held) : err);
+        passOn();
         std::string line;
         long long done = 0;
         int64_t lineNo = 0;
@@ -259,6 +270,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             ++lineNo;
             done += static_cast<long long>(line.size()) + 1;
             replayer.replayLine(line, lineNo);
+            passOn();
             if (progress && (lineNo & 1023) == 0) progress->update(done, static_cast<uint64_t>(lineNo));
         }
         if (progress) progress->clear();
@@ -268,6 +280,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             status = EXIT_ERRORS;
         }
         replayer.finish();
+        passOn();
         summary = replayer.summary();
         const CReplayCounters& c = replayer.counters();
         lines = c.m_nLines;

@@ -214,19 +214,32 @@ bool parseClock(const std::string& text, boost::posix_time::ptime& out) {
 }
 
 // jsoncpp's messages are several lines ("* Line 1, Column 5\n  Missing ..."); one line of text here.
+// A session line is one line of text, so jsoncpp's "Line 1" would only be confused with the
+// session's line number: "Line 1, Column 5" becomes "column 5:".
 std::string flattenJsonError(const std::string& text) {
-    std::string out;
+    std::string flat;
     bool space = false;
     for (char c : text) {
         if (c == '\n' || c == '\r' || c == '\t' || c == ' ') {
-            space = !out.empty();
+            space = !flat.empty();
             continue;
         }
-        if (space) out += ' ';
+        if (space) flat += ' ';
         space = false;
-        out += c;
+        flat += c;
     }
-    if (out.compare(0, 2, "* ") == 0) out.erase(0, 2);
+    if (flat.compare(0, 2, "* ") == 0) flat.erase(0, 2);
+    static const std::string kWhere = "Line 1, Column ";
+    std::string out;
+    size_t from = 0;
+    for (size_t at = flat.find(kWhere); at != std::string::npos; at = flat.find(kWhere, from)) {
+        size_t end = at + kWhere.size();
+        while (end < flat.size() && flat[end] >= '0' && flat[end] <= '9') ++end;
+        out.append(flat, from, at - from);
+        out += "column " + flat.substr(at + kWhere.size(), end - at - kWhere.size()) + ":";
+        from = end;
+    }
+    out.append(flat, from, std::string::npos);
     return out;
 }
 

@@ -5,6 +5,7 @@
 #include <boost/thread/mutex.hpp>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <ostream>
 #include <set>
@@ -285,6 +286,7 @@ struct CAccountEntry {
     bool m_bRemoved = false;        // removed from the data center after being registered
     bool m_bCaching = false;        // start_cache seen since the last flush
     bool m_bCacheOnlySent = false;  // a cache_only record seen since the last flush
+    bool m_bCacheKept = false;      // the last flush replayed nothing: not registered or initialised
     std::vector<SubRequestPtr> m_subs;
     std::map<int, uint64_t> m_received;   // subscriber callbacks by kind
     std::map<int, uint64_t> m_forwarded;  // data center, one by one, by kind
@@ -351,6 +353,7 @@ private:
     std::vector<int> m_kinds;  // every kind of the record library, ascending
     int64_t m_nLine = 0;
     bool m_bFinished = false;
+    bool m_bAnswered = false;  // text mode: the heading of the answers is written
     Json::Value m_results{Json::arrayValue};
     Json::Value m_errors{Json::arrayValue};
 };
@@ -429,6 +432,8 @@ void CSessionReplayer::CImpl::emit(Json::Value result, const std::string& text) 
         result["line"] = Json::Int64(m_nLine);
         m_results.append(std::move(result));
     } else {
+        if (!m_bAnswered) m_out << "== answers, by line of the session\n";
+        m_bAnswered = true;
         m_out << prefix() << text << '\n';
     }
 }
@@ -652,7 +657,9 @@ bool CSessionReplayer::CImpl::apply(CSessionEvent& e, std::string* why) {
         case CSessionEvent::FLUSH: {
             CAccountEntry* a = find(e.m_strAccount, why);
             if (!a) return false;
-            if (!a->m_bCaching && !a->m_bCacheOnlySent) {
+            // A flush that found the account unregistered or not initialised kept the push cache:
+            // the next flush may replay it, with or without a new start_cache.
+            if (!a->m_bCaching && !a->m_bCacheOnlySent && !a->m_bCacheKept) {
                 *why = "flush of account '" + a->m_strKey +
                        "' without start_cache (or a cache_only record) since its last flush: nothing is "
                        "being cached";
@@ -667,12 +674,14 @@ bool CSessionReplayer::CImpl::apply(CSessionEvent& e, std::string* why) {
             result["event"] = "flush";
             result["account"] = a->m_strKey;
             std::string text = "flush " + a->m_strKey + ": ";
+            a->m_bCacheKept = false;
             if (a->m_batches.size() > before) {
                 const CBatchLog& b = a->m_batches.back();
                 result["replayed"] = Json::UInt64(b.m_nSlots);
                 text += std::to_string(b.m_nSlots) + " slot(s) replayed to the data center";
             } else {
                 result["replayed"] = 0;
+                a->m_bCacheKept = !a->m_bRegistered || !initialized;
                 const char* reason = !a->m_bRegistered ? "not registered: the cache is kept"
                                      : !initialized    ? "not initialised: the cache is kept"
                                                        : "the cache was empty";
@@ -873,8 +882,13 @@ bool CSessionReplayer::CImpl::applyQuery(const CSessionEvent& e, std::string* wh
             shown.removeMember("m_instrument");
             shown.removeMember("m_strAccountKey");
             text << " " << a->m_strKey << " " << e.m_strExchange << " " << e.m_strInstrument << " ("
-                 << feeFamilyName(family) << (held ? ", from the account's fee record" : "")
-                 << "): " << compactJson(shown);
+                 << feeFamilyName(family) << (held ? ", from the account's fee record" : "") << "): ";
+            if (!shown.empty())
+                text << compactJson(shown);
+            else if (held)
+                text << "no rates";
+            else
+                text << "no rates (no custom rate matches and the account holds no fee record of it)";
             break;
         }
         case QUERY_TRADE_DAY: {
@@ -1027,13 +1041,20 @@ Json::Value CSessionReplayer::CImpl::summary() const {
 
 namespace {
 
+// A kind as the text output names it: its number and the class whose type id it is
+// ("542 COrderDetail"); the number alone for a kind no class of the record library has.
+std::string kindText(const std::string& kind) {
+    const RecordType* type = TypeManager::instance().findType(std::atoi(kind.c_str()));
+    return type ? kind + " " + type->name : kind;
+}
+
 std::string countsText(const Json::Value& counts) {
     if (counts.empty()) return "none";
     std::string out;
     uint64_t total = 0;
     for (Json::Value::const_iterator it = counts.begin(); it != counts.end(); ++it) {
         if (!out.empty()) out += ", ";
-        out += it.name() + " x" + std::to_string(it->asUInt64());
+        out += kindText(it.name()) + " x" + std::to_string(it->asUInt64());
         total += it->asUInt64();
     }
     return out + " (" + std::to_string(total) + ")";
