@@ -131,6 +131,13 @@ CInstrumentDetailPtr makeInstrument(const std::string& exchange, const std::stri
     return i;
 }
 
+CInstrumentDetailPtr makeNamedInstrument(const std::string& exchange, const std::string& instrument,
+                                         const std::string& name, const std::string& product) {
+    CInstrumentDetailPtr i = makeInstrument(exchange, instrument, product);
+    i->m_strInstrumentName = name;
+    return i;
+}
+
 CInstrumentFeePtr makeInstrumentFee(const CAccountInfoPtr& account, const CInstrumentDetailPtr& instrument) {
     CInstrumentFeePtr f = boost::make_shared<CInstrumentFee>();
     f->m_instrument = instrument;

@@ -248,6 +248,9 @@ CExchangeStatusPtr makeExchangeStatus(const std::string& exchange, int status,
                                       const std::string& product = "");
 CInstrumentDetailPtr makeInstrument(const std::string& exchange, const std::string& instrument,
                                     const std::string& product = "", int volumeMultiple = 1);
+// An instrument with a name (the product name is derived from it when the data center loads it).
+CInstrumentDetailPtr makeNamedInstrument(const std::string& exchange, const std::string& instrument,
+                                         const std::string& name, const std::string& product = "");
 // The account's fee record of an instrument, filed under "<account key>_<exchange><instrument>".
 CInstrumentFeePtr makeInstrumentFee(const CAccountInfoPtr& account, const CInstrumentDetailPtr& instrument);
 

@@ -9,20 +9,16 @@
 #include <vector>
 
 #include "base/data/DataCenter.h"
+#include "testing/RecordBuilders.h"
 #include "category/CppCategory.h"
 
 using namespace ttservice;
 
 namespace {
 
-CInstrumentDetailPtr instrument(const std::string& market, const std::string& code, const std::string& name,
-                                const std::string& product) {
-    CInstrumentDetailPtr d = boost::make_shared<CInstrumentDetail>();
-    d->m_strExchangeID = market;
-    d->m_strInstrumentID = code;
-    d->m_strInstrumentName = name;
-    d->m_strProductID = product;
-    return d;
+CInstrumentDetailPtr instrument(const std::string& market, const std::string& code,
+                                const std::string& name, const std::string& product) {
+    return test::makeNamedInstrument(market, code, name, product);
 }
 
 // Reloads are atomic for readers: a look-up sees one whole generation of the table, never a mix of

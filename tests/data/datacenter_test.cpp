@@ -4,6 +4,7 @@
 // notification. Concurrent reloads
 // against look-ups are in datacenter_concurrent_test.cpp (run under ThreadSanitizer).
 #include "base/data/DataCenter.h"
+#include "testing/RecordBuilders.h"
 
 #include <gtest/gtest.h>
 
@@ -25,12 +26,7 @@ namespace {
 
 CInstrumentDetailPtr instrument(const std::string& market, const std::string& code,
                                 const std::string& name = "", const std::string& product = "") {
-    CInstrumentDetailPtr d = boost::make_shared<CInstrumentDetail>();
-    d->m_strExchangeID = market;
-    d->m_strInstrumentID = code;
-    d->m_strInstrumentName = name;
-    d->m_strProductID = product;
-    return d;
+    return test::makeNamedInstrument(market, code, name, product);
 }
 
 std::string keyOf(const CInstrumentDetailPtr& d) {
