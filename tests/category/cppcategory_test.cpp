@@ -1,6 +1,6 @@
-// Category service: which instruments a configured category holds (market, prefixes, ranges,
-// explicit codes, futures products, name patterns), a broker's own code lists, group categories,
-// validation of the configuration section, and the example set shipped with the project.
+// Category service: which instruments a configured category holds (markets, prefixes, ranges, codes,
+// futures products, name patterns), a broker's code lists, group categories, loading and validating
+// the configuration section, and the example set shipped with the project.
 #include "category/CppCategory.h"
 
 #include <gtest/gtest.h>
@@ -35,12 +35,17 @@ protected:
 };
 
 struct CategoryCase {
-    const char* market;
-    const char* code;
-    const char* name;
+    const char *market, *code, *name;
     int category;
     bool expected;
 };
+
+template <size_t N>
+void expectMembership(const CppCategory& category, const CategoryCase (&cases)[N]) {
+    for (const CategoryCase& c : cases)
+        EXPECT_EQ(c.expected, category.isStockInCategoryForTS(c.market, c.code, c.name, c.category))
+            << c.market << " " << c.code << " " << c.name << " in " << c.category;
+}
 
 TEST_F(CppCategoryTest, CategoryMembershipFollowsTheConfiguredRules) {
     const CategoryCase cases[] = {
@@ -82,22 +87,20 @@ TEST_F(CppCategoryTest, CategoryMembershipFollowsTheConfiguredRules) {
         {"SH", "600000", "", -10001, false},
         {"SH", "", "", 10001, false},  // empty code
     };
-    for (const CategoryCase& c : cases)
-        EXPECT_EQ(c.expected, m_category.isStockInCategoryForTS(c.market, c.code, c.name, c.category))
-            << c.market << " " << c.code << " " << c.name << " in " << c.category;
+    expectMembership(m_category, cases);
 }
 
+// A bare code names the code in any market; "SZ000001" and "300750.SZ" name one market's code; a
+// prefix of a listed key is no match.
 TEST_F(CppCategoryTest, CustomCodeListNamesByCodeKeyOrSuffixedCode) {
     const std::vector<std::string> list = {"600000", "SZ000001", "300750.SZ"};
     const struct {
-        const char* market;
-        const char* code;
+        const char *market, *code;
         bool expected;
     } cases[] = {
-        {"SH", "600000", true},   {"SZ", "600000", true},  // a bare code names the code in any market
-        {"SZ", "000001", true},   {"SH", "000001", false}, {"SZ", "300750", true},
-        {"SH", "300750", false},  {"SZ", "00000", false},  // a prefix of a listed key is not a match
-        {"SZ", "0000011", false}, {"SH", "", false},
+        {"SH", "600000", true},  {"SZ", "600000", true},   {"SZ", "000001", true},
+        {"SH", "000001", false}, {"SZ", "300750", true},   {"SH", "300750", false},
+        {"SZ", "00000", false},  {"SZ", "0000011", false}, {"SH", "", false},
     };
     for (const auto& c : cases)
         EXPECT_EQ(c.expected, m_category.isStockInCustomCategory(c.market, c.code, list))
@@ -121,9 +124,7 @@ TEST_F(CppCategoryTest, GroupNeedsAnIncludingMemberAndNoExcludingOne) {
     customLists["19999"] = {"SZ000001"};
     const struct {
         const CGroupCategorySubInfoList* groups;
-        const char* market;
-        const char* code;
-        const char* name;
+        const char *market, *code, *name;
         bool expected;
     } cases[] = {
         {&mainNoSt, "SH", "600000", "浦发银行", true},
@@ -141,10 +142,11 @@ TEST_F(CppCategoryTest, GroupNeedsAnIncludingMemberAndNoExcludingOne) {
         m_category.isStockInGroupCategory("SH", "600000", "", CGroupCategorySubInfoList(), customLists));
 }
 
+// A bad section is refused with an error naming the origin and the entry (every problem at once),
+// and the rules in force before are kept whole.
 TEST(CppCategoryLoad, InvalidSectionsAreRefusedNamingTheEntry) {
     const struct {
-        const char* json;
-        const char* mentions;
+        const char *json, *mentions;
     } cases[] = {
         {"{\"10001\": ", "not valid JSON"},
         {"[1, 2]", "must be an object"},
@@ -177,21 +179,18 @@ TEST(CppCategoryLoad, InvalidSectionsAreRefusedNamingTheEntry) {
         {R"({"10001": {"rules": [{"market": "SH", "nameContains": [1]}]}})", "rules[0].nameContains[0]"},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.json);
         CppCategory category;
         ASSERT_TRUE(category.loadJson(R"({"10001": {"rules": [{"market": "SH", "prefixes": ["600"]}]}})",
                                       "base", nullptr));
         std::string error;
-        EXPECT_FALSE(category.loadJson(c.json, "broker.json", &error)) << c.json;
-        EXPECT_NE(std::string::npos, error.find(c.mentions)) << c.json << " gave: " << error;
+        EXPECT_FALSE(category.loadJson(c.json, "broker.json", &error));
+        EXPECT_NE(std::string::npos, error.find(c.mentions)) << error;
         EXPECT_NE(std::string::npos, error.find("broker.json")) << error;
-        EXPECT_FALSE(CppCategory::checkJson(c.json, "broker.json", nullptr)) << c.json;
-        // The rules in force before the bad load are kept whole.
-        EXPECT_TRUE(category.isStockInCategoryForTS("SH", "600000", "", 10001)) << c.json;
-        EXPECT_EQ(std::vector<int>{10001}, category.getCategoryCodes()) << c.json;
+        EXPECT_FALSE(CppCategory::checkJson(c.json, "broker.json", nullptr));
+        EXPECT_TRUE(category.isStockInCategoryForTS("SH", "600000", "", 10001));
+        EXPECT_EQ(std::vector<int>{10001}, category.getCategoryCodes());
     }
-}
-
-TEST(CppCategoryLoad, EveryProblemIsReportedAtOnce) {
     CppCategory category;
     std::string error;
     EXPECT_FALSE(category.loadJson(R"({"abc": {"rules": [{"market": "SH"}]},
@@ -201,7 +200,10 @@ TEST(CppCategoryLoad, EveryProblemIsReportedAtOnce) {
     EXPECT_NE(std::string::npos, error.find("\"10002\".rules[0].codes[0]")) << error;
 }
 
-TEST(CppCategoryLoad, ReloadReplacesEveryCategoryAndBlankLoadsNone) {
+// A load replaces every category (a blank one loads none); the configuration's section feeds the
+// service, a bad section keeps the rules in force; the process-wide instance follows the installed
+// configuration.
+TEST(CppCategoryLoad, LoadsReplaceEveryCategoryAndFollowTheConfiguration) {
     CppCategory category;
     ASSERT_TRUE(category.loadJson(R"({"10001": {"name": "A", "rules": [{"market": "SH"}]},
                                       "10003": {"rules": [{"market": "SZ"}]}})",
@@ -215,39 +217,33 @@ TEST(CppCategoryLoad, ReloadReplacesEveryCategoryAndBlankLoadsNone) {
     EXPECT_TRUE(category.isStockInCategoryForTS("SZ", "300001", "", 10003));
     ASSERT_TRUE(category.loadJson("  \n", "", nullptr));
     EXPECT_TRUE(category.getCategoryCodes().empty());
-}
 
-TEST(CppCategoryLoad, ConfigurationSectionIsLoadedAndValidated) {
     ConfigCollector good;
     good.setSection("categories", R"({"10003": {"rules": [{"market": "SZ", "prefixes": ["300"]}]}})");
-    CppCategory category;
     std::string error;
     ASSERT_TRUE(category.loadFromConfig(good, &error)) << error;
     EXPECT_TRUE(category.isStockInCategoryForTS("SZ", "300750", "", 10003));
-
     ConfigCollector bad;
     bad.setSection("categories", R"({"10003": {"rules": [{"market": "SZ", "prefixes": [300]}]}})");
     EXPECT_FALSE(category.loadFromConfig(bad, &error));
     EXPECT_NE(std::string::npos, error.find("\"10003\".rules[0].prefixes[0]")) << error;
     EXPECT_TRUE(category.isStockInCategoryForTS("SZ", "300750", "", 10003));
-}
 
-TEST(CppCategoryLoad, ProcessWideInstanceFollowsTheInstalledConfiguration) {
     const boost::shared_ptr<ConfigCollector> previous = ConfigCollector::instance();
     boost::shared_ptr<ConfigCollector> config = boost::make_shared<ConfigCollector>();
     config->setSection("categories", R"({"10004": {"rules": [{"market": "SH", "prefixes": ["688"]}]}})");
     ConfigCollector::setInstance(config);
-    CppCategory& category = CSingletonT<CppCategory>::instance();
-    EXPECT_EQ(&category, &CSingletonT<CppCategory>::instance());
-    EXPECT_TRUE(category.reloadFromConfig());
-    EXPECT_TRUE(category.isStockInCategoryForTS("SH", "688981", "中芯国际", 10004));
+    CppCategory& shared = CSingletonT<CppCategory>::instance();
+    EXPECT_EQ(&shared, &CSingletonT<CppCategory>::instance());
+    EXPECT_TRUE(shared.reloadFromConfig());
+    EXPECT_TRUE(shared.isStockInCategoryForTS("SH", "688981", "中芯国际", 10004));
     ConfigCollector::setInstance(previous);
-    category.clear();
-    EXPECT_FALSE(category.isStockInCategoryForTS("SH", "688981", "中芯国际", 10004));
+    shared.clear();
+    EXPECT_FALSE(shared.isStockInCategoryForTS("SH", "688981", "中芯国际", 10004));
 }
 
-// The example configuration that ships with the project loads cleanly and files real codes where a broker
-// expects them.
+// The example configuration shipped with the project loads cleanly and files real codes where a
+// broker expects them.
 TEST(CppCategoryExample, ShippedCategoriesLoadAndClassifyRealCodes) {
     std::string error;
     const boost::shared_ptr<ConfigCollector> config =
@@ -271,9 +267,7 @@ TEST(CppCategoryExample, ShippedCategoriesLoadAndClassifyRealCodes) {
         {"CFFEX", "IF2406", "", 20006, true},        {"CFFEX", "T2409", "", 20007, true},
         {"CFFEX", "IF2406", "", 20007, false},       {"HGT", "00700", "腾讯控股", 50001, true},
     };
-    for (const CategoryCase& c : cases)
-        EXPECT_EQ(c.expected, category.isStockInCategoryForTS(c.market, c.code, c.name, c.category))
-            << c.market << " " << c.code << " in " << c.category;
+    expectMembership(category, cases);
 }
 
 }  // namespace

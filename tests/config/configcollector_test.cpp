@@ -66,19 +66,9 @@ TEST_F(ConfigCollectorTest, ShippedExampleLoads) {
     ConfigPtr config = ConfigCollector::loadFile(TT_SOURCE_DIR "/examples/ttservice.json", &error);
     ASSERT_TRUE(config) << error;
     EXPECT_EQ(TT_SOURCE_DIR "/examples/ttservice.json", config->origin());
-    const char* const families[] = {"ctp",
-                                    "gold",
-                                    "kcxp",
-                                    "kdmid",
-                                    "guosen",
-                                    "hundsun",
-                                    "spx",
-                                    "apex",
-                                    "fusdk",
-                                    "v8t",
-                                    "support_local_order_id"};
-    for (const char* family : families) {
-        // Every family is a non-empty set of platform ids.
+    // Every family is a non-empty set of platform ids.
+    for (const char* family : {"ctp", "gold", "kcxp", "kdmid", "guosen", "hundsun", "spx", "apex", "fusdk",
+                               "v8t", "support_local_order_id"}) {
         bool any = false;
         for (int id = 10000; id < 70000 && !any; ++id) any = config->isSomePt(family, id);
         EXPECT_TRUE(any) << family;
@@ -88,10 +78,10 @@ TEST_F(ConfigCollectorTest, ShippedExampleLoads) {
     EXPECT_TRUE(config->isSomePt("gold", 31003));
     EXPECT_EQ("", config->getString("persist.url", "unset"));
     // The counter families that the classification tests separately must not overlap.
-    const char* const disjoint[] = {"kcxp", "kdmid", "guosen", "hundsun", "spx", "apex"};
     for (int id = 10000; id < 70000; ++id) {
         int in = 0;
-        for (const char* family : disjoint) in += config->isSomePt(family, id) ? 1 : 0;
+        for (const char* family : {"kcxp", "kdmid", "guosen", "hundsun", "spx", "apex"})
+            in += config->isSomePt(family, id) ? 1 : 0;
         ASSERT_LE(in, 1) << id;
     }
     // loadFile installed the stock types.
@@ -104,27 +94,17 @@ TEST_F(ConfigCollectorTest, ShippedExampleLoads) {
     EXPECT_FALSE(types.isTypedStock(100018, "131989", "SZ"));
 }
 
-TEST_F(ConfigCollectorTest, MissingFileNamesTheFile) {
-    const std::string path = m_dir + "/absent.json";
+// A missing file, bad JSON or a mistyped option: no configuration, a message naming the file and
+// the option (or line), and nothing of the file applied (the stock types in force are kept).
+TEST_F(ConfigCollectorTest, BadFilesAndOptionsAreNamedAndNothingIsApplied) {
     std::string error;
-    EXPECT_FALSE(ConfigCollector::loadFile(path, &error));
-    EXPECT_NE(std::string::npos, error.find(path)) << error;
-}
-
-TEST_F(ConfigCollectorTest, BadJsonNamesFileAndLine) {
-    const std::string path = writeFile("bad.json", "{\n  \"flags\": {\"a\": true,,}\n}\n");
-    std::string error;
-    EXPECT_FALSE(ConfigCollector::loadFile(path, &error));
-    EXPECT_NE(std::string::npos, error.find(path)) << error;
-    EXPECT_NE(std::string::npos, error.find("Line 2")) << error;
-}
-
-TEST_F(ConfigCollectorTest, BadOptionTypesNameTheOption) {
-    struct Case {
-        const char* json;
+    ASSERT_TRUE(utils::StockTypeCenter::instance().loadJson(R"({"5": [{"codes": ["000001"]}]})", &error));
+    const struct {
+        const char* json;  // nullptr: no file
         const char* option;
-    };
-    const Case cases[] = {
+    } cases[] = {
+        {nullptr, "absent.json"},
+        {"{\n  \"flags\": {\"a\": true,,}\n}\n", "Line 2"},
         {R"({"platformFamilies": []})", "\"platformFamilies\""},
         {R"({"platformFamilies": {"ctp": 20001}})", "\"platformFamilies.ctp\""},
         {R"({"platformFamilies": {"ctp": [20001, "20002"]}})", "\"platformFamilies.ctp\""},
@@ -137,29 +117,21 @@ TEST_F(ConfigCollectorTest, BadOptionTypesNameTheOption) {
         {R"({"values": {"n": null}})", "\"values.n\""},
         {R"({"stockTypes": {"100021": [{"prefix": ["204"]}]}})", "\"stockTypes\""},
         {R"({"stockTypes": {"pledge": []}})", "\"pledge\""},
+        // Valid stock types followed by a bad option.
+        {R"({"stockTypes": {"6": [{"codes": ["1"]}]}, "flags": {"a": 2}})", "\"flags.a\""},
         // The category service's own section is checked at load as well.
         {R"({"categories": {"groups": [{"name": "x"}]}})", "categories.\"groups\""},
         {R"({"categories": {"10001": {"rules": [{"market": 1}]}}})", "categories.\"10001\".rules[0].market"},
         {R"([1, 2])", "JSON object"},
     };
-    for (const Case& c : cases) {
-        const std::string path = writeFile("options.json", c.json);
-        std::string error;
-        EXPECT_FALSE(ConfigCollector::loadFile(path, &error)) << c.json;
-        EXPECT_NE(std::string::npos, error.find(path)) << c.json << " gave: " << error;
-        EXPECT_NE(std::string::npos, error.find(c.option)) << c.json << " gave: " << error;
+    for (const auto& c : cases) {
+        const std::string path = c.json ? writeFile("options.json", c.json) : m_dir + "/absent.json";
+        EXPECT_FALSE(ConfigCollector::loadFile(path, &error)) << path;
+        EXPECT_NE(std::string::npos, error.find(path)) << c.option << " gave: " << error;
+        EXPECT_NE(std::string::npos, error.find(c.option)) << c.option << " gave: " << error;
+        EXPECT_TRUE(utils::StockTypeCenter::instance().isTypedStock(5, "000001", "SZ")) << c.option;
+        EXPECT_FALSE(utils::StockTypeCenter::instance().isTypedStock(6, "1", "SZ")) << c.option;
     }
-}
-
-TEST_F(ConfigCollectorTest, FailedLoadKeepsStockTypes) {
-    std::string error;
-    ASSERT_TRUE(utils::StockTypeCenter::instance().loadJson(R"({"5": [{"codes": ["000001"]}]})", &error));
-    // The stock types are valid, but a later option is not: nothing of the file is applied.
-    const std::string path =
-        writeFile("half.json", R"({"stockTypes": {"6": [{"codes": ["1"]}]}, "flags": {"a": 2}})");
-    EXPECT_FALSE(ConfigCollector::loadFile(path, &error));
-    EXPECT_TRUE(utils::StockTypeCenter::instance().isTypedStock(5, "000001", "SZ"));
-    EXPECT_FALSE(utils::StockTypeCenter::instance().isTypedStock(6, "1", "SZ"));
 }
 
 TEST_F(ConfigCollectorTest, ValuesFlagsSectionsAndDefaults) {
@@ -179,18 +151,18 @@ TEST_F(ConfigCollectorTest, ValuesFlagsSectionsAndDefaults) {
     EXPECT_FALSE(config->getFlag("absent"));
     EXPECT_TRUE(config->getFlag("absent", true));
 
-    struct IntCase {
+    // An integer read of a value that is not a 32-bit integer gives the default.
+    const struct {
         const char* name;
-        int def, expected;
-    };
-    const IntCase ints[] = {{"n", 0, 42},   {"neg", 0, -7}, {"text", 5, 5},
-                            {"real", 5, 5}, {"big", 5, 5},  {"absent", 9, 9}};
-    for (const IntCase& c : ints) EXPECT_EQ(c.expected, config->getInt(c.name, c.def)) << c.name;
-    EXPECT_EQ("abc", config->getString("text"));
-    EXPECT_EQ("42", config->getString("n"));
-    EXPECT_EQ("2.5", config->getString("real"));
-    EXPECT_EQ("true", config->getString("b"));
-    EXPECT_EQ("dflt", config->getString("absent", "dflt"));
+        int intDefault, asInt;
+        const char* asString;
+    } values[] = {{"n", 0, 42, "42"},      {"neg", 0, -7, "-7"}, {"text", 5, 5, "abc"},
+                  {"real", 5, 5, "2.5"},   {"b", 5, 5, "true"},  {"big", 5, 5, "99999999999"},
+                  {"absent", 9, 9, "dflt"}};
+    for (const auto& c : values) {
+        EXPECT_EQ(c.asInt, config->getInt(c.name, c.intDefault)) << c.name;
+        EXPECT_EQ(c.asString, config->getString(c.name, "dflt")) << c.name;
+    }
 
     // Unknown sections are kept for the services that read them, texts in UTF-8.
     EXPECT_EQ(R"({"groups":[{"codes":["600000"],"name":"板块"}]})", config->getSection("terminal"));
@@ -199,48 +171,36 @@ TEST_F(ConfigCollectorTest, ValuesFlagsSectionsAndDefaults) {
     EXPECT_FALSE(config->isSomePt("ctp", 20001));
 }
 
-TEST_F(ConfigCollectorTest, FamilyLookupDoesNotAllocate) {
-    ConfigPtr config = boost::make_shared<ConfigCollector>();
-    std::set<int> ids;
-    ids.insert(20001);
-    config->setFamily("support_local_order_id", ids);
-    const std::string family = "support_local_order_id";
-    const std::string absent = "a family name longer than any small-string buffer";
-    g_allocations = 0;
-    g_countAllocations = true;
-    const bool hit = config->isSomePt(family, 20001);
-    const bool miss = config->isSomePt(family, 20002);
-    const bool unknown = config->isSomePt(absent, 20001);
-    g_countAllocations = false;
-    EXPECT_TRUE(hit);
-    EXPECT_FALSE(miss);
-    EXPECT_FALSE(unknown);
-    EXPECT_EQ(0u, g_allocations);
-}
-
-TEST_F(ConfigCollectorTest, InstanceIsReplaceable) {
+// The process-wide configuration can be swapped, never to an empty pointer; a family look-up does
+// not allocate.
+TEST_F(ConfigCollectorTest, InstanceIsReplaceableAndFamilyLookupDoesNotAllocate) {
     ConfigPtr initial = ConfigCollector::instance();
     ASSERT_TRUE(initial);
     EXPECT_FALSE(initial->isSomePt("ctp", 20001));
 
     ConfigPtr mine = boost::make_shared<ConfigCollector>();
-    mine->setFamily("ctp", std::set<int>{20001});
-    mine->setFlag("f", true);
-    mine->setString("s", "v");
-    mine->setSection("categories", "{}");
+    mine->setFamily("support_local_order_id", std::set<int>{20001});
     ConfigCollector::setInstance(mine);
     EXPECT_EQ(mine, ConfigCollector::instance());
-    EXPECT_TRUE(ConfigCollector::instance()->isSomePt("ctp", 20001));
-    EXPECT_TRUE(ConfigCollector::instance()->getFlag("f"));
-    EXPECT_EQ("v", ConfigCollector::instance()->getString("s"));
-    EXPECT_EQ("{}", ConfigCollector::instance()->getSection("categories"));
+    const std::string family = "support_local_order_id";
+    const std::string absent = "a family name longer than any small-string buffer";
+    g_allocations = 0;
+    g_countAllocations = true;
+    const bool hit = mine->isSomePt(family, 20001);
+    const bool miss = mine->isSomePt(family, 20002);
+    const bool unknown = mine->isSomePt(absent, 20001);
+    g_countAllocations = false;
+    EXPECT_TRUE(hit);
+    EXPECT_FALSE(miss);
+    EXPECT_FALSE(unknown);
+    EXPECT_EQ(0u, g_allocations);
+    EXPECT_TRUE(ConfigCollector::instance()->isSomePt(family, 20001));
 
-    // Clearing installs an empty configuration, never an empty pointer.
     ConfigCollector::setInstance(ConfigPtr());
     ASSERT_TRUE(ConfigCollector::instance());
-    EXPECT_FALSE(ConfigCollector::instance()->isSomePt("ctp", 20001));
+    EXPECT_FALSE(ConfigCollector::instance()->isSomePt(family, 20001));
     // A holder keeps its configuration after a swap.
-    EXPECT_TRUE(mine->isSomePt("ctp", 20001));
+    EXPECT_TRUE(mine->isSomePt(family, 20001));
 }
 
 }  // namespace

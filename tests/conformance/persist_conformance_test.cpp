@@ -1,50 +1,30 @@
-// One behavioural suite for CPersistService, run on every backend: the in-memory fake, SQLite on a
-// real temporary file, and Redis on a private server. Passing it is what lets the fake stand in for
-// the real stores in other tests.
-//
-// Each service sits on a CFaultInjectionBackend, so a case can hold writes in the queue (the store
-// "fails" them) and check what readers see before and after the store has them. "Another
-// connection" below is a second service opened on the same URL: it shares nothing with the first
-// but the store, so it shows what really reached the store.
+// One behavioural suite for CPersistService on every backend: the in-memory fake, SQLite on a real
+// temporary file, and Redis on a private server; passing it lets the fake stand in for the real
+// stores elsewhere. Each service sits on a CFaultInjectionBackend, so a case can hold writes in the
+// queue and check what readers see before and after the store has them. "Another connection" is a
+// second service on the same URL: it shares only the store, so it shows what really reached it.
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
-#include <filesystem>
 #include <random>
 #include <thread>
 
 #include "persist/CPersistService.h"
 #include "persist/FaultInjectionBackend.h"
+#include "testing/PersistTestUtil.h"
 #include "testing/RedisServer.h"
-
-namespace bson {
-// Failures print documents as JSON.
-inline void PrintTo(const BSONObj& o, std::ostream* os) {
-    *os << o.toJson();
-}
-}  // namespace bson
+#include "testing/TempDir.h"
 
 namespace persist {
 namespace {
 
 using ttservice::test::CRedisServer;
+using ttservice::test::doc;
+using ttservice::test::readAll;
+using ttservice::test::readList;
+using ttservice::test::readSet;
 
 const char kHash[] = "NqTradeData";
-
-bson::BSONObj doc(int n, const std::string& text = std::string()) {
-    bson::BSONObjBuilder b;
-    b.append("n", n);
-    b.append("text", text);
-    return b.obj();
-}
-
-std::string makeTempDir() {
-    std::string tmpl = (std::filesystem::temp_directory_path() / "tt-persist-XXXXXX").string();
-    std::vector<char> buf(tmpl.begin(), tmpl.end());
-    buf.push_back('\0');
-    return mkdtemp(buf.data()) ? std::string(buf.data()) : std::string();
-}
 
 class PersistConformance : public ::testing::TestWithParam<std::string> {
 protected:
@@ -54,14 +34,11 @@ protected:
         if (kind == "redis") {
             if (!CRedisServer::available())
                 GTEST_SKIP() << "redis-server is not installed: Redis cases skipped";
-            m_pRedis.reset(new CRedisServer);
             std::string error;
-            ASSERT_TRUE(m_pRedis->start(&error)) << error;
-            m_strUrl = m_pRedis->url(0);
+            ASSERT_TRUE(m_redis.start(&error)) << error;
+            m_strUrl = m_redis.url(0);
         } else if (kind == "sqlite") {
-            m_strDir = makeTempDir();
-            ASSERT_FALSE(m_strDir.empty());
-            m_strUrl = "sqlite://" + m_strDir + "/store.db";
+            m_strUrl = "sqlite://" + m_dir.file("store.db");
         } else {
             m_strUrl = "memory://conformance-" + std::to_string(++s_nStore);
         }
@@ -74,8 +51,6 @@ protected:
         if (m_pService) m_pService->shutdown();
         m_pService.reset();
         m_pFault.reset();
-        m_pRedis.reset();
-        if (!m_strDir.empty()) std::filesystem::remove_all(m_strDir);
         dropMemoryStores();
     }
 
@@ -107,22 +82,21 @@ protected:
         ASSERT_TRUE(m_pService);
     }
 
-    static std::set<std::string> keysMatching(CPersistService& s, const std::string& hash,
-                                              const std::string& pattern) {
-        std::map<std::string, bson::BSONObj> out;
-        EXPECT_TRUE(s.readAllData(hash, pattern, out)) << pattern;
+    static std::set<std::string> keysMatching(CPersistService& s, const std::string& pattern) {
         std::set<std::string> keys;
-        for (const auto& kv : out) keys.insert(kv.first);
+        for (const auto& kv : readAll(s, kHash, pattern)) keys.insert(kv.first);
         return keys;
     }
 
+    ttservice::test::TempDir m_dir{"tt-persist"};
+    CRedisServer m_redis;
     std::string m_strUrl;
-    std::string m_strDir;
-    std::unique_ptr<CRedisServer> m_pRedis;
     boost::shared_ptr<CFaultInjectionBackend> m_pFault;
     PersistServicePtr m_pService;
 };
 
+// Documents round trip, overwrite and remove; writeData (and a write-through write) is stored, after
+// everything queued before it, by the time it returns.
 TEST_P(PersistConformance, DocumentsRoundTripOverwriteAndRemove) {
     bson::BSONObjBuilder nested;
     nested.append("price", 10.25).append("volume", static_cast<int64_t>(1) << 40).append("open", true);
@@ -135,7 +109,6 @@ TEST_P(PersistConformance, DocumentsRoundTripOverwriteAndRemove) {
     ASSERT_TRUE(m_pService->asyncWriteData(kHash, "SZ____000001", doc(1)));
     EXPECT_EQ(rich, m_pService->readData(kHash, "SH____600000"));
     m_pService->flush();
-
     PersistServicePtr other = anotherConnection();
     EXPECT_EQ(rich, other->readData(kHash, "SH____600000"));
     EXPECT_EQ(doc(1), other->readData(kHash, "SZ____000001"));
@@ -148,128 +121,85 @@ TEST_P(PersistConformance, DocumentsRoundTripOverwriteAndRemove) {
     m_pService->flush();
     EXPECT_TRUE(other->readData(kHash, "SH____600000").isEmpty());
     EXPECT_EQ(doc(2), other->readData(kHash, "SZ____000001"));
+
+    for (int i = 0; i < 5; ++i) ASSERT_TRUE(m_pService->asyncWriteData(kHash, "W", doc(i)));
+    ASSERT_TRUE(m_pService->writeData(kHash, "W", doc(99)));
+    EXPECT_EQ(doc(99), other->readData(kHash, "W")) << "stored, and after the queued writes";
+    ASSERT_TRUE(m_pService->asyncWriteData(kHash, "W2", doc(7), true));
+    EXPECT_EQ(doc(7), other->readData(kHash, "W2"));
 }
 
 // Keys full of the characters other stores treat as wildcards, and bytes at the top of the range.
-const std::vector<std::string> kAwkwardKeys = {"A",
-                                               "A____1",
-                                               "A____2",
-                                               "A____10",
-                                               "AB____1",
-                                               "A*",
-                                               "A*____x",
-                                               "A?b",
-                                               "A[1]",
-                                               "A[",
-                                               "A.b",
-                                               "A.*",
-                                               "A__",
-                                               "B____1",
-                                               "\xFF",
-                                               "\xFF\xFF",
-                                               "\xFF\xFF"
-                                               "a",
-                                               "\xFE\xFF",
-                                               "a.*b",
-                                               "%",
-                                               "A\\____1",
-                                               "^A$",
-                                               "x y"};
+const std::vector<std::string> kAwkwardKeys = {
+    "A",    "A____1", "A____2",   "A____10", "AB____1", "A*",   "A*____x",  "A?b",          "A[1]",
+    "A[",   "A.b",    "A.*",      "A__",     "B____1",  "\xFF", "\xFF\xFF", "\xFF\xFF\x61", "\xFE\xFF",
+    "a.*b", "%",      "A\\____1", "^A$",     "x y"};
 
-struct CPatternCase {
-    const char* pattern;
-    std::set<std::string> expected;
+// Pattern -> the keys it reads. Only a trailing ".*" is a wildcard: '*', '?', '[' and '.' elsewhere
+// are literal, and a pattern without it is one literal key.
+const std::vector<std::pair<std::string, std::set<std::string> > > kPatternCases = {
+    {"A____.*", {"A____1", "A____10", "A____2"}},
+    {"A.*",
+     {"A", "A____1", "A____2", "A____10", "AB____1", "A*", "A*____x", "A?b", "A[1]", "A[", "A.b", "A.*",
+      "A__", "A\\____1"}},
+    {"A", {"A"}},
+    {"A*", {"A*"}},
+    {"A*.*", {"A*", "A*____x"}},
+    {"A?b", {"A?b"}},
+    {"A?.*", {"A?b"}},
+    {"A[.*", {"A[1]", "A["}},
+    {"A[1]", {"A[1]"}},
+    {"A..*", {"A.b", "A.*"}},
+    {"A.*.*", {"A.*"}},
+    {"A____", {}},
+    {"A__.*", {"A__", "A____1", "A____2", "A____10"}},
+    {"^A$", {"^A$"}},
+    {"%", {"%"}},
+    {"A\\.*", {"A\\____1"}},
+    {"x y", {"x y"}},
+    {"Z.*", {}},
+    {"\xFF.*", {"\xFF", "\xFF\xFF", "\xFF\xFF\x61"}},
+    {"\xFF\xFF.*", {"\xFF\xFF", "\xFF\xFF\x61"}},
+    {"\xFE.*", {"\xFE\xFF"}},  // the range ends before "\xFF"
+    {"a.*", {"a.*b"}},
+    {".*", std::set<std::string>(kAwkwardKeys.begin(), kAwkwardKeys.end())},
 };
 
-std::vector<CPatternCase> patternCases() {
-    return {
-        {"A____.*", {"A____1", "A____10", "A____2"}},
-        {"A.*",
-         {"A", "A____1", "A____2", "A____10", "AB____1", "A*", "A*____x", "A?b", "A[1]", "A[", "A.b", "A.*",
-          "A__", "A\\____1"}},
-        {"A", {"A"}},                 // literal: not a prefix
-        {"A*", {"A*"}},               // '*' without the dot is literal
-        {"A*.*", {"A*", "A*____x"}},  // prefix "A*"
-        {"A?b", {"A?b"}},             // '?' is literal
-        {"A?.*", {"A?b"}},
-        {"A[.*", {"A[1]", "A["}},  // '[' is literal
-        {"A[1]", {"A[1]"}},
-        {"A..*", {"A.b", "A.*"}},  // prefix "A." (the '.' is literal)
-        {"A.*.*", {"A.*"}},        // prefix "A.*": the key that really ends in ".*"
-        {"A____", {}},             // no such key
-        {"A__.*", {"A__", "A____1", "A____2", "A____10"}},
-        {"^A$", {"^A$"}},
-        {"%", {"%"}},
-        {"A\\.*", {"A\\____1"}},
-        {"x y", {"x y"}},
-        {"Z.*", {}},
-        {"\xFF.*",
-         {"\xFF", "\xFF\xFF",
-          "\xFF\xFF"
-          "a"}},
-        {"\xFF\xFF.*",
-         {"\xFF\xFF",
-          "\xFF\xFF"
-          "a"}},
-        {"\xFE.*", {"\xFE\xFF"}},  // the range ends before "\xFF"
-        {"a.*", {"a.*b"}},
-        {".*", std::set<std::string>(kAwkwardKeys.begin(), kAwkwardKeys.end())},
-    };
-}
-
-TEST_P(PersistConformance, PatternReadsTreatOnlyATrailingDotStarAsWildcard) {
+TEST_P(PersistConformance, PatternReadsTreatOnlyATrailingDotStarAsWildcardAndMergePendingChanges) {
     // Writes held in the queue: answers come from the pending writes.
     m_pFault->setFailWrites(true);
     for (size_t i = 0; i < kAwkwardKeys.size(); ++i) {
         ASSERT_TRUE(m_pService->asyncWriteData(kHash, kAwkwardKeys[i], doc(static_cast<int>(i))));
         ASSERT_TRUE(m_pService->asyncWriteData("OtherHash", kAwkwardKeys[i], doc(-1)));
     }
-    for (const CPatternCase& c : patternCases()) {
-        EXPECT_EQ(c.expected, keysMatching(*m_pService, kHash, c.pattern))
-            << "pending, pattern '" << c.pattern << "'";
-    }
+    for (const auto& c : kPatternCases)
+        EXPECT_EQ(c.second, keysMatching(*m_pService, c.first)) << "pending, pattern '" << c.first << "'";
     // The same answers from the store itself.
     m_pFault->setFailWrites(false);
     m_pService->flush();
     PersistServicePtr other = anotherConnection();
-    for (const CPatternCase& c : patternCases()) {
-        EXPECT_EQ(c.expected, keysMatching(*other, kHash, c.pattern))
-            << "stored, pattern '" << c.pattern << "'";
-    }
-    std::map<std::string, bson::BSONObj> all;
-    ASSERT_TRUE(other->readAllData(kHash, ".*", all));
+    for (const auto& c : kPatternCases)
+        EXPECT_EQ(c.second, keysMatching(*other, c.first)) << "stored, pattern '" << c.first << "'";
+    std::map<std::string, bson::BSONObj> all = readAll(*other, kHash, ".*");
     for (size_t i = 0; i < kAwkwardKeys.size(); ++i)
         EXPECT_EQ(doc(static_cast<int>(i)), all[kAwkwardKeys[i]]);
-}
 
-TEST_P(PersistConformance, PatternReadsMergePendingChangesOverStoredData) {
-    for (int i = 0; i < 5; ++i)
-        ASSERT_TRUE(m_pService->asyncWriteData(kHash, "P____" + std::to_string(i), doc(i)));
-    m_pService->flush();
+    // Pending removals and writes are merged over what is stored; what the caller had in `out` stays.
     m_pFault->setFailWrites(true);
-    ASSERT_TRUE(m_pService->removeData(kHash, "P____1"));
-    ASSERT_TRUE(m_pService->asyncWriteData(kHash, "P____2", doc(20)));
-    ASSERT_TRUE(m_pService->asyncWriteData(kHash, "P____9", doc(9)));
-
-    std::map<std::string, bson::BSONObj> out;
-    out["kept-from-caller"] = doc(-1);
-    ASSERT_TRUE(m_pService->readAllData(kHash, "P____.*", out));
-    std::map<std::string, bson::BSONObj> expected = {{"kept-from-caller", doc(-1)},
-                                                     {"P____0", doc(0)},
-                                                     {"P____2", doc(20)},
-                                                     {"P____3", doc(3)},
-                                                     {"P____4", doc(4)},
-                                                     {"P____9", doc(9)}};
+    ASSERT_TRUE(m_pService->removeData(kHash, "A____1"));
+    ASSERT_TRUE(m_pService->asyncWriteData(kHash, "A____2", doc(20)));
+    ASSERT_TRUE(m_pService->asyncWriteData(kHash, "A____9", doc(9)));
+    std::map<std::string, bson::BSONObj> out = {{"kept-from-caller", doc(-1)}};
+    ASSERT_TRUE(m_pService->readAllData(kHash, "A____.*", out));
+    std::map<std::string, bson::BSONObj> expected = {
+        {"kept-from-caller", doc(-1)}, {"A____2", doc(20)}, {"A____10", doc(3)}, {"A____9", doc(9)}};
     EXPECT_EQ(expected, out);
-    EXPECT_TRUE(m_pService->readData(kHash, "P____1").isEmpty());
-    EXPECT_EQ(doc(1), anotherConnection()->readData(kHash, "P____1")) << "the removal is still queued";
-
+    EXPECT_TRUE(m_pService->readData(kHash, "A____1").isEmpty());
+    EXPECT_EQ(doc(1), other->readData(kHash, "A____1")) << "the removal is still queued";
     m_pFault->setFailWrites(false);
     m_pService->flush();
-    out.clear();
-    ASSERT_TRUE(anotherConnection()->readAllData(kHash, "P____.*", out));
     expected.erase("kept-from-caller");
-    EXPECT_EQ(expected, out);
+    EXPECT_EQ(expected, readAll(*other, kHash, "A____.*"));
 }
 
 TEST_P(PersistConformance, BatchesAreAppliedWholeEvenAfterFailures) {
@@ -320,8 +250,7 @@ TEST_P(PersistConformance, BatchesAreAppliedWholeEvenAfterFailures) {
     watcher.join();
     EXPECT_EQ(0, torn.load()) << "states seen that were part of a batch";
 
-    std::map<std::string, bson::BSONObj> out;
-    ASSERT_TRUE(other->readAllData(kHash, "B____.*", out));
+    std::map<std::string, bson::BSONObj> out = readAll(*other, kHash, "B____.*");
     ASSERT_EQ(static_cast<size_t>(kKeys + 5), out.size());
     for (int i = 0; i < kKeys; ++i) EXPECT_EQ(doc(50000 + i), out["B____" + std::to_string(i)]);
     const CPersistCounters c = m_pService->counters();
@@ -330,67 +259,48 @@ TEST_P(PersistConformance, BatchesAreAppliedWholeEvenAfterFailures) {
     EXPECT_EQ(0u, c.m_nFailed);
 }
 
-TEST_P(PersistConformance, SetsAddRemoveAndRead) {
-    std::set<std::string> members;
-    ASSERT_TRUE(m_pService->readSetStrData("Portfolios", members));
-    EXPECT_TRUE(members.empty());
-
+// Set members and list items: pending changes over stored ones, then stored; a hash may share a
+// set's name; a list is appended to or replaced, and emptied by replacing it with nothing.
+TEST_P(PersistConformance, SetsAndListsChangeAndRead) {
+    EXPECT_TRUE(readSet(*m_pService, "Portfolios").empty());
+    EXPECT_TRUE(readList(*m_pService, "Repurchase").empty());
     ASSERT_TRUE(m_pService->asyncWriteSetStrData("Portfolios", "x"));
+    ASSERT_TRUE(m_pService->asyncWriteListData("Repurchase", {doc(1), doc(2)}, false));
     m_pService->flush();
+
     m_pFault->setFailWrites(true);
     for (const char* m : {"y", "z", "*", "a b", "[1]"})
         ASSERT_TRUE(m_pService->asyncWriteSetStrData("Portfolios", m));
     ASSERT_TRUE(m_pService->removeSetStrData("Portfolios", "y"));
     ASSERT_TRUE(m_pService->removeSetStrData("Portfolios", "x"));
     ASSERT_TRUE(m_pService->asyncWriteData("Portfolios", "x", doc(1))) << "a hash of the same name";
-    const std::set<std::string> expected = {"z", "*", "a b", "[1]"};
-    ASSERT_TRUE(m_pService->readSetStrData("Portfolios", members));
-    EXPECT_EQ(expected, members) << "pending";
-
-    m_pFault->setFailWrites(false);
-    m_pService->flush();
-    PersistServicePtr other = anotherConnection();
-    ASSERT_TRUE(other->readSetStrData("Portfolios", members));
-    EXPECT_EQ(expected, members) << "stored";
-    EXPECT_EQ(doc(1), other->readData("Portfolios", "x"));
-
-    for (const std::string& m : expected) ASSERT_TRUE(m_pService->removeSetStrData("Portfolios", m));
-    m_pService->flush();
-    ASSERT_TRUE(other->readSetStrData("Portfolios", members));
-    EXPECT_TRUE(members.empty());
-}
-
-TEST_P(PersistConformance, ListsAppendReplaceAndRead) {
-    std::vector<bson::BSONObj> items;
-    ASSERT_TRUE(m_pService->readListData("Repurchase", items));
-    EXPECT_TRUE(items.empty());
-
-    ASSERT_TRUE(m_pService->asyncWriteListData("Repurchase", {doc(1), doc(2)}, false));
-    m_pService->flush();
-    m_pFault->setFailWrites(true);
+    const std::set<std::string> members = {"z", "*", "a b", "[1]"};
+    EXPECT_EQ(members, readSet(*m_pService, "Portfolios")) << "pending";
     ASSERT_TRUE(m_pService->asyncWriteListData("Repurchase", {doc(3)}, false));
-    ASSERT_TRUE(m_pService->readListData("Repurchase", items));
-    EXPECT_EQ((std::vector<bson::BSONObj>{doc(1), doc(2), doc(3)}), items)
+    EXPECT_EQ((std::vector<bson::BSONObj>{doc(1), doc(2), doc(3)}), readList(*m_pService, "Repurchase"))
         << "stored part plus pending append";
     ASSERT_TRUE(m_pService->asyncWriteListData("Repurchase", {doc(9)}, true));
     ASSERT_TRUE(m_pService->asyncWriteListData("Repurchase", {doc(10), doc(11)}, false));
-    ASSERT_TRUE(m_pService->readListData("Repurchase", items));
-    EXPECT_EQ((std::vector<bson::BSONObj>{doc(9), doc(10), doc(11)}), items) << "pending replace then append";
+    const std::vector<bson::BSONObj> items = {doc(9), doc(10), doc(11)};
+    EXPECT_EQ(items, readList(*m_pService, "Repurchase")) << "pending replace then append";
 
     m_pFault->setFailWrites(false);
     m_pService->flush();
     PersistServicePtr other = anotherConnection();
-    ASSERT_TRUE(other->readListData("Repurchase", items));
-    EXPECT_EQ((std::vector<bson::BSONObj>{doc(9), doc(10), doc(11)}), items);
-
+    EXPECT_EQ(members, readSet(*other, "Portfolios")) << "stored";
+    EXPECT_EQ(doc(1), other->readData("Portfolios", "x"));
+    EXPECT_EQ(items, readList(*other, "Repurchase")) << "stored";
+    for (const std::string& m : members) ASSERT_TRUE(m_pService->removeSetStrData("Portfolios", m));
     ASSERT_TRUE(m_pService->asyncWriteListData("Repurchase", {}, true));
     m_pService->flush();
-    ASSERT_TRUE(other->readListData("Repurchase", items));
-    EXPECT_TRUE(items.empty());
+    EXPECT_TRUE(readSet(*other, "Portfolios").empty());
+    EXPECT_TRUE(readList(*other, "Repurchase").empty());
 }
 
-TEST_P(PersistConformance, QueuedOperationsApplyInQueueOrder) {
-    reopen(7);  // many small transactions, so the order holds across them too
+// Queued operations apply in queue order, across many small transactions too, and flush leaves
+// nothing pending; shutdown drains the queue, so after a restart everything queued before it is there.
+TEST_P(PersistConformance, QueuedOperationsApplyInQueueOrderAndSurviveARestart) {
+    reopen(7);
     std::mt19937 rng(12345);
     std::map<std::string, bson::BSONObj> model;
     for (int i = 0; i < 2000; ++i) {
@@ -399,8 +309,7 @@ TEST_P(PersistConformance, QueuedOperationsApplyInQueueOrder) {
             ASSERT_TRUE(m_pService->removeData(kHash, key));
             model.erase(key);
         } else if (rng() % 8 == 0) {
-            std::vector<std::pair<std::string, bson::BSONObj> > batch = {{key, doc(i)}, {key + "b", doc(-i)}};
-            ASSERT_TRUE(m_pService->asyncWriteDatas(kHash, batch));
+            ASSERT_TRUE(m_pService->asyncWriteDatas(kHash, {{key, doc(i)}, {key + "b", doc(-i)}}));
             model[key] = doc(i);
             model[key + "b"] = doc(-i);
         } else {
@@ -412,9 +321,27 @@ TEST_P(PersistConformance, QueuedOperationsApplyInQueueOrder) {
     const CPersistCounters c = m_pService->counters();
     EXPECT_EQ(0u, c.m_nPending) << "flush leaves nothing pending";
     EXPECT_EQ(c.m_nQueued, c.m_nApplied);
-    std::map<std::string, bson::BSONObj> stored;
-    ASSERT_TRUE(anotherConnection()->readAllData(kHash, "O____.*", stored));
-    EXPECT_EQ(model, stored);
+    EXPECT_EQ(model, readAll(*anotherConnection(), kHash, "O____.*"));
+
+    for (int i = 0; i < 200; ++i)
+        ASSERT_TRUE(m_pService->asyncWriteData(kHash, "R____" + std::to_string(i), doc(i)));
+    ASSERT_TRUE(m_pService->removeData(kHash, "R____7"));
+    ASSERT_TRUE(
+        m_pService->asyncWriteDatas("NqLoanRepurchaseImpawnData", {{"L____1", doc(1)}, {"L____2", doc(2)}}));
+    ASSERT_TRUE(m_pService->asyncWriteSetStrData("Accounts", "10086"));
+    ASSERT_TRUE(m_pService->asyncWriteListData("History", {doc(1), doc(2)}, false));
+    reopen();  // shutdown drains the queue; no flush
+    std::map<std::string, bson::BSONObj> out = readAll(*m_pService, kHash, "R____.*");
+    EXPECT_EQ(199u, out.size());
+    EXPECT_EQ(0u, out.count("R____7"));
+    EXPECT_EQ(doc(150), out["R____150"]);
+    EXPECT_EQ(doc(2), m_pService->readData("NqLoanRepurchaseImpawnData", "L____2"));
+    EXPECT_EQ(std::set<std::string>{"10086"}, readSet(*m_pService, "Accounts"));
+    EXPECT_EQ((std::vector<bson::BSONObj>{doc(1), doc(2)}), readList(*m_pService, "History"));
+    std::vector<std::string> hashes;
+    std::string error;
+    ASSERT_TRUE(m_pService->backend()->listNames(NAMES_HASHES, &hashes, &error)) << error;
+    EXPECT_EQ((std::vector<std::string>{"NqLoanRepurchaseImpawnData", kHash}), hashes);
 }
 
 TEST_P(PersistConformance, ReadsSeeEarlierWritesFromEveryThread) {
@@ -464,42 +391,6 @@ TEST_P(PersistConformance, ReadsSeeEarlierWritesFromEveryThread) {
         const int last = published[t].load();
         EXPECT_EQ(doc(last), other->readData(kHash, key(t, last)));
     }
-}
-
-TEST_P(PersistConformance, WriteDataIsStoredWhenItReturns) {
-    for (int i = 0; i < 5; ++i) ASSERT_TRUE(m_pService->asyncWriteData(kHash, "W", doc(i)));
-    ASSERT_TRUE(m_pService->writeData(kHash, "W", doc(99)));
-    EXPECT_EQ(doc(99), anotherConnection()->readData(kHash, "W")) << "stored, and after the queued writes";
-    ASSERT_TRUE(m_pService->asyncWriteData(kHash, "W2", doc(7), true));
-    EXPECT_EQ(doc(7), anotherConnection()->readData(kHash, "W2"));
-}
-
-TEST_P(PersistConformance, RestartKeepsEverythingQueuedBeforeShutdown) {
-    for (int i = 0; i < 200; ++i)
-        ASSERT_TRUE(m_pService->asyncWriteData(kHash, "R____" + std::to_string(i), doc(i)));
-    ASSERT_TRUE(m_pService->removeData(kHash, "R____7"));
-    ASSERT_TRUE(
-        m_pService->asyncWriteDatas("NqLoanRepurchaseImpawnData", {{"L____1", doc(1)}, {"L____2", doc(2)}}));
-    ASSERT_TRUE(m_pService->asyncWriteSetStrData("Accounts", "10086"));
-    ASSERT_TRUE(m_pService->asyncWriteListData("History", {doc(1), doc(2)}, false));
-    reopen();  // shutdown drains the queue; no flush
-
-    std::map<std::string, bson::BSONObj> out;
-    ASSERT_TRUE(m_pService->readAllData(kHash, "R____.*", out));
-    EXPECT_EQ(199u, out.size());
-    EXPECT_EQ(0u, out.count("R____7"));
-    EXPECT_EQ(doc(150), out["R____150"]);
-    EXPECT_EQ(doc(2), m_pService->readData("NqLoanRepurchaseImpawnData", "L____2"));
-    std::set<std::string> members;
-    ASSERT_TRUE(m_pService->readSetStrData("Accounts", members));
-    EXPECT_EQ(std::set<std::string>{"10086"}, members);
-    std::vector<bson::BSONObj> items;
-    ASSERT_TRUE(m_pService->readListData("History", items));
-    EXPECT_EQ((std::vector<bson::BSONObj>{doc(1), doc(2)}), items);
-    std::vector<std::string> hashes;
-    std::string error;
-    ASSERT_TRUE(m_pService->backend()->listNames(NAMES_HASHES, &hashes, &error)) << error;
-    EXPECT_EQ((std::vector<std::string>{"NqLoanRepurchaseImpawnData", kHash}), hashes);
 }
 
 INSTANTIATE_TEST_SUITE_P(conformance, PersistConformance, ::testing::Values("memory", "sqlite", "redis"),

@@ -1,6 +1,5 @@
-// DataCenter under concurrent use (run under ThreadSanitizer by the tsan target): instrument
-// reloads against look-ups, custom fee tables and category rules replaced while merges run, and
-// listeners registered and released while records are delivered.
+// DataCenter under concurrent use (run under ThreadSanitizer): instrument reloads against look-ups,
+// fee tables and category rules replaced during merges, listeners coming and going during delivery.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -9,17 +8,14 @@
 #include <vector>
 
 #include "base/data/DataCenter.h"
-#include "testing/RecordBuilders.h"
 #include "category/CppCategory.h"
+#include "testing/RecordBuilders.h"
 
 using namespace ttservice;
 
 namespace {
 
-CInstrumentDetailPtr instrument(const std::string& market, const std::string& code,
-                                const std::string& name, const std::string& product) {
-    return test::makeNamedInstrument(market, code, name, product);
-}
+using test::makeNamedInstrument;
 
 // Reloads are atomic for readers: a look-up sees one whole generation of the table, never a mix of
 // two or a half-erased market; the futures fallback always finds a contract of a reloaded
@@ -33,13 +29,14 @@ TEST(DataCenterConcurrent, ReloadAndLookUpsSeeWholeGenerations) {
         std::vector<CInstrumentDetailPtr> details;
         for (int i = 0; i < kInstruments; ++i) {
             CInstrumentDetailPtr d =
-                instrument("SH", std::to_string(600000 + i), "G" + std::to_string(g), "P");
+                makeNamedInstrument("SH", std::to_string(600000 + i), "G" + std::to_string(g), "P");
             d->m_bIsIPO = (i == g % kInstruments);
             details.push_back(d);
         }
-        details.push_back(instrument("DCE", "m2409", "豆粕2409", "m"));
+        details.push_back(makeNamedInstrument("DCE", "m2409", "豆粕2409", "m"));
         for (int i = 0; i < kSpreads; ++i) {
-            CInstrumentDetailPtr spread = instrument("DCE", "SP m2409&m250" + std::to_string(i + 1), "", "m");
+            CInstrumentDetailPtr spread =
+                makeNamedInstrument("DCE", "SP m2409&m250" + std::to_string(i + 1), "", "m");
             spread->m_bIsCombination = true;
             details.push_back(spread);
         }
@@ -103,9 +100,7 @@ TEST(DataCenterConcurrent, FeeTablesAndCategoriesReplacedWhileMerging) {
     const char* const rulesB = R"({"10001": {"rules": [{"market": "SH", "prefixes": ["60"]}]}})";
     ASSERT_TRUE(category.loadJson(rulesA, "", nullptr));
     DataCenter dc;
-    CAccountInfoPtr account = boost::make_shared<CAccountInfo>();
-    account->m_nPlatformID = 10001;
-    account->m_strAccountID = "880001";
+    const CAccountInfoPtr account = test::makeAccountInfo("880001", 2, 10001);
     auto table = [](double rate) {
         CCustomStockFeeRatePtr r = boost::make_shared<CCustomStockFeeRate>();
         r->m_strCategory = "10001";
@@ -126,10 +121,9 @@ TEST(DataCenterConcurrent, FeeTablesAndCategoriesReplacedWhileMerging) {
         for (int i = 0; i < 500; ++i) category.loadJson(i % 2 ? rulesB : rulesA, "", nullptr);
     });
     auto merger = [&] {
-        CInstrumentDetailPtr inst = instrument("SH", "600000", "浦发银行", "");
+        const CInstrumentDetailPtr inst = makeNamedInstrument("SH", "600000", "浦发银行");
         while (!done) {
-            CInstrumentFeePtr fee = boost::make_shared<CInstrumentFee>();
-            fee->m_instrument = inst;
+            const CInstrumentFeePtr fee = test::makeInstrumentFee(CAccountInfoPtr(), inst);
             dc.testMergeStockInstrumentFee(account, fee);
             const CStkExchangePtr stk = fee->m_stkExchange;
             if (!stk || (stk->m_dBuyCommissionRate != 0.0001 && stk->m_dBuyCommissionRate != 0.0002) ||

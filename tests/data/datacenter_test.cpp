@@ -1,15 +1,11 @@
-// DataCenter registry: the interface's vtable order, the instrument table and its indexes (futures
-// fallback, partial reloads, product names, DCE spread legs, IPO code), tick sizes, trade days by
-// the terminal's clock, exchange rates, exchange status, account registry and the account-data
-// notification. Concurrent reloads
-// against look-ups are in datacenter_concurrent_test.cpp (run under ThreadSanitizer).
+// DataCenter: the interface's slot order, the instrument table and its indexes, tick sizes, trade
+// days, exchange rates and status, the plain stores, accounts and the account-data notification.
+// Reloads against concurrent look-ups are in datacenter_concurrent_test.cpp.
 #include "base/data/DataCenter.h"
-#include "testing/RecordBuilders.h"
 
 #include <gtest/gtest.h>
 
 #include <boost/make_shared.hpp>
-#include <boost/thread/mutex.hpp>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -18,6 +14,7 @@
 #include "base/TraderCenter.h"
 #include "base/data/CAccountData.h"
 #include "testing/LogCapture.h"
+#include "testing/RecordBuilders.h"
 #include "utils/TimeUtils.h"
 
 using namespace ttservice;
@@ -63,8 +60,6 @@ protected:
     boost::shared_ptr<FakePrimitive> m_primitive;
 };
 
-// ---- the interface's binary layout -----------------------------------------------------------------
-
 // The vtable slot of a virtual member function, read from its pointer-to-member representation in
 // the Itanium C++ ABI (x86-64): {1 + byte offset in the vtable, this adjustment}.
 template <class MemberFunction>
@@ -79,44 +74,93 @@ long vtableSlot(MemberFunction fn) {
     return (r.ptr & 1) ? static_cast<long>((r.ptr - 1) / sizeof(void*)) : -1;
 }
 
-// Modules built against the platform's IDataCenter call through its vtable by slot: the
-// operations must occupy consecutive slots in the published order (one slot stays between
-// testMergeForeignInstrumentFee and getExchangeRate for the private MergeAccountForeignInstrumentFee),
-// and later additions come after the last published one.
+// Modules built against the platform's IDataCenter call it by slot: the operations occupy
+// consecutive slots in the published order (the private MergeAccountForeignInstrumentFee keeps its
+// slot between testMergeForeignInstrumentFee and getExchangeRate); additions come after the last.
 TEST(DataCenterInterfaceTest, VirtualOperationsKeepTheirPublishedSlots) {
 #if !defined(__x86_64__)
     GTEST_SKIP() << "slot numbers are read from the x86-64 Itanium ABI representation";
 #endif
-#define TT_SLOT(name) {#name, vtableSlot(&IDataCenter::name)}
+#define TT_SLOT(name) \
+    { #name, vtableSlot(&IDataCenter::name) }
     const std::pair<const char*, long> published[] = {
-        TT_SLOT(addAccount), TT_SLOT(getAccount), TT_SLOT(removeAccount), TT_SLOT(updateData),
-        TT_SLOT(subscribe), TT_SLOT(getPrice), TT_SLOT(setInstrumentDetail), TT_SLOT(setPriceDiff),
-        TT_SLOT(getAccountStockInstrumentFee), TT_SLOT(getAccountFutureInstrumentFee),
-        TT_SLOT(getAccountHGTInstrumentFee), TT_SLOT(getAccountSgtInstrumentFee),
-        TT_SLOT(setAccountsStockInstrumentFee), TT_SLOT(setAccountFutureInstruemntFee),
-        TT_SLOT(setAccountsHGTInstrumentFee), TT_SLOT(setAccountsSgtInstrumentFee),
-        TT_SLOT(testMergeStockInstrumentFee), TT_SLOT(testMergeFutureInstrumentFee),
-        TT_SLOT(testMergeHGTInstrumentFee), TT_SLOT(testMergeSgtInstrumentFee),
-        TT_SLOT(testMergeForeignInstrumentFee), {"MergeAccountForeignInstrumentFee", -1},
-        TT_SLOT(getExchangeRate), TT_SLOT(setExchangeRate), TT_SLOT(getAccountForeignInstruments),
-        TT_SLOT(setAccountForeignInstruemntFee), TT_SLOT(updateForeignInstruemntFeeByBroker),
-        TT_SLOT(getForeignTradeDay), TT_SLOT(getDceCrossProduct), TT_SLOT(getDceCrossPeriod),
-        TT_SLOT(getIpoCode), TT_SLOT(isCustomCommission), TT_SLOT(isCustomMargin), TT_SLOT(setExchanges),
-        TT_SLOT(setUpToDate), TT_SLOT(isUpToDate), TT_SLOT(getInstruments), TT_SLOT(getInstrument),
-        TT_SLOT(getInstrumentByKey), TT_SLOT(getInstrumentByCode), TT_SLOT(getExchange), TT_SLOT(getProduct),
-        TT_SLOT(getProductNameByID), TT_SLOT(getRealMarket), TT_SLOT(addProductNSData),
-        TT_SLOT(getProductNSData), TT_SLOT(setMarketTime), TT_SLOT(getMarketTime), TT_SLOT(setMarketStatus),
-        TT_SLOT(getMarketStatus), TT_SLOT(getStockTradeDay), TT_SLOT(getMaxTradeDay),
-        TT_SLOT(getMarketTradeDay), TT_SLOT(getMapExchange), TT_SLOT(getMarketAndTradeDay),
-        TT_SLOT(getETFDataCenter), TT_SLOT(getAccounts), TT_SLOT(getExchangeInstruments),
-        TT_SLOT(getProductInstruments), TT_SLOT(getAllProductInstruments), TT_SLOT(getGlobalData),
-        TT_SLOT(getPortfolioManager), TT_SLOT(getPriceDiff), TT_SLOT(updateHGTAccountSettlementRate),
-        TT_SLOT(getHGTAccountSettlementRate), TT_SLOT(updateSgtAccountSettlementRate),
-        TT_SLOT(getSgtAccountSettlementRate), TT_SLOT(updateExchangeStatus), TT_SLOT(isAnyMarketTrading),
-        TT_SLOT(setKLineDatas), TT_SLOT(getKLineDatas), TT_SLOT(setKLineDatasStatus),
+        TT_SLOT(addAccount),
+        TT_SLOT(getAccount),
+        TT_SLOT(removeAccount),
+        TT_SLOT(updateData),
+        TT_SLOT(subscribe),
+        TT_SLOT(getPrice),
+        TT_SLOT(setInstrumentDetail),
+        TT_SLOT(setPriceDiff),
+        TT_SLOT(getAccountStockInstrumentFee),
+        TT_SLOT(getAccountFutureInstrumentFee),
+        TT_SLOT(getAccountHGTInstrumentFee),
+        TT_SLOT(getAccountSgtInstrumentFee),
+        TT_SLOT(setAccountsStockInstrumentFee),
+        TT_SLOT(setAccountFutureInstruemntFee),
+        TT_SLOT(setAccountsHGTInstrumentFee),
+        TT_SLOT(setAccountsSgtInstrumentFee),
+        TT_SLOT(testMergeStockInstrumentFee),
+        TT_SLOT(testMergeFutureInstrumentFee),
+        TT_SLOT(testMergeHGTInstrumentFee),
+        TT_SLOT(testMergeSgtInstrumentFee),
+        TT_SLOT(testMergeForeignInstrumentFee),
+        {"MergeAccountForeignInstrumentFee", -1},
+        TT_SLOT(getExchangeRate),
+        TT_SLOT(setExchangeRate),
+        TT_SLOT(getAccountForeignInstruments),
+        TT_SLOT(setAccountForeignInstruemntFee),
+        TT_SLOT(updateForeignInstruemntFeeByBroker),
+        TT_SLOT(getForeignTradeDay),
+        TT_SLOT(getDceCrossProduct),
+        TT_SLOT(getDceCrossPeriod),
+        TT_SLOT(getIpoCode),
+        TT_SLOT(isCustomCommission),
+        TT_SLOT(isCustomMargin),
+        TT_SLOT(setExchanges),
+        TT_SLOT(setUpToDate),
+        TT_SLOT(isUpToDate),
+        TT_SLOT(getInstruments),
+        TT_SLOT(getInstrument),
+        TT_SLOT(getInstrumentByKey),
+        TT_SLOT(getInstrumentByCode),
+        TT_SLOT(getExchange),
+        TT_SLOT(getProduct),
+        TT_SLOT(getProductNameByID),
+        TT_SLOT(getRealMarket),
+        TT_SLOT(addProductNSData),
+        TT_SLOT(getProductNSData),
+        TT_SLOT(setMarketTime),
+        TT_SLOT(getMarketTime),
+        TT_SLOT(setMarketStatus),
+        TT_SLOT(getMarketStatus),
+        TT_SLOT(getStockTradeDay),
+        TT_SLOT(getMaxTradeDay),
+        TT_SLOT(getMarketTradeDay),
+        TT_SLOT(getMapExchange),
+        TT_SLOT(getMarketAndTradeDay),
+        TT_SLOT(getETFDataCenter),
+        TT_SLOT(getAccounts),
+        TT_SLOT(getExchangeInstruments),
+        TT_SLOT(getProductInstruments),
+        TT_SLOT(getAllProductInstruments),
+        TT_SLOT(getGlobalData),
+        TT_SLOT(getPortfolioManager),
+        TT_SLOT(getPriceDiff),
+        TT_SLOT(updateHGTAccountSettlementRate),
+        TT_SLOT(getHGTAccountSettlementRate),
+        TT_SLOT(updateSgtAccountSettlementRate),
+        TT_SLOT(getSgtAccountSettlementRate),
+        TT_SLOT(updateExchangeStatus),
+        TT_SLOT(isAnyMarketTrading),
+        TT_SLOT(setKLineDatas),
+        TT_SLOT(getKLineDatas),
+        TT_SLOT(setKLineDatasStatus),
         TT_SLOT(getKLineDatasStatus),
         // appended after the published operations
-        TT_SLOT(onAccountData), TT_SLOT(onAccountDatas), TT_SLOT(addAccountDataListener),
+        TT_SLOT(onAccountData),
+        TT_SLOT(onAccountDatas),
+        TT_SLOT(addAccountDataListener),
     };
 #undef TT_SLOT
     const long first = published[0].second;
@@ -127,34 +171,26 @@ TEST(DataCenterInterfaceTest, VirtualOperationsKeepTheirPublishedSlots) {
     }
 }
 
-// ---- tick sizes ------------------------------------------------------------------------------------
-
+// The tick of the smallest bound not below the price (1e-5 tolerance), else 0.01.
 TEST_F(DataCenterTest, PriceDiffTakesTheSmallestBoundNotBelowThePriceWithinTolerance) {
+    const double kNaN = std::nan(""), kInvalid = TT_INVALID_DOUBLE;
     m_dc->setPriceDiff("SHFEcu", 1000.0, 0.5);
     m_dc->setPriceDiff("SHFEcu", 5000.0, 1.0);
     m_dc->setPriceDiff("SHFEcu", 10000.0, 2.0);
     // Refused entries leave no table behind.
     m_dc->setPriceDiff("BAD", 100.0, 0.0);
     m_dc->setPriceDiff("BAD", 100.0, -0.01);
-    m_dc->setPriceDiff("BAD", std::nan(""), 0.1);
+    m_dc->setPriceDiff("BAD", kNaN, 0.1);
     m_dc->setPriceDiff("BAD", 100.0, std::numeric_limits<double>::infinity());
+    // 1000.000005 is above the bound within the tolerance; 10000.0001 is above every bound.
     const struct {
         const char* key;
-        double price;
-        double tick;
+        double price, tick;
     } cases[] = {
-        {"UNKNOWN", 1.0, 0.01},
-        {"BAD", 50.0, 0.01},
-        {"SHFEcu", -5.0, 0.5},
-        {"SHFEcu", 500.0, 0.5},
-        {"SHFEcu", 1000.0, 0.5},
-        {"SHFEcu", 1000.000005, 0.5},  // above the bound by less than the tolerance
-        {"SHFEcu", 1000.0001, 1.0},
-        {"SHFEcu", 9999.99, 2.0},
-        {"SHFEcu", 10000.000009, 2.0},
-        {"SHFEcu", 10000.0001, 0.01},  // above every bound
-        {"SHFEcu", TT_INVALID_DOUBLE, 0.01},
-        {"SHFEcu", std::nan(""), 0.01},
+        {"UNKNOWN", 1.0, 0.01},       {"BAD", 50.0, 0.01},        {"SHFEcu", -5.0, 0.5},
+        {"SHFEcu", 500.0, 0.5},       {"SHFEcu", 1000.0, 0.5},    {"SHFEcu", 1000.000005, 0.5},
+        {"SHFEcu", 1000.0001, 1.0},   {"SHFEcu", 9999.99, 2.0},   {"SHFEcu", 10000.000009, 2.0},
+        {"SHFEcu", 10000.0001, 0.01}, {"SHFEcu", kInvalid, 0.01}, {"SHFEcu", kNaN, 0.01},
     };
     for (const auto& c : cases)
         EXPECT_DOUBLE_EQ(c.tick, m_dc->getPriceDiff(c.key, c.price)) << c.key << " " << c.price;
@@ -163,8 +199,9 @@ TEST_F(DataCenterTest, PriceDiffTakesTheSmallestBoundNotBelowThePriceWithinToler
     EXPECT_DOUBLE_EQ(1.0, m_dc->getPriceDiff("SHFEcu", 1000.5));
 }
 
-// ---- instruments -------------------------------------------------------------------------------------
-
+// A futures code asked under another futures exchange is found under its real exchange, the
+// exchanges tried in sorted order (CZCE before DCE); a direct hit needs no fallback; no fallback
+// from or to a non-futures exchange.
 TEST_F(DataCenterTest, FuturesCodeAskedUnderAnotherFuturesExchangeFindsItsRealExchange) {
     m_dc->setInstrumentDetail(
         {"DCE", "SHFE", "CZCE", "SH"},
@@ -172,20 +209,16 @@ TEST_F(DataCenterTest, FuturesCodeAskedUnderAnotherFuturesExchangeFindsItsRealEx
          instrument("DCE", "XX01", "", "x"), instrument("CZCE", "XX01", "", "X"),
          instrument("SH", "600000", "浦发银行", "")});
     const struct {
-        const char* market;
-        const char* code;
-        const char* key;
-        const char* realMarket;
-        const char* product;
+        const char *market, *code, *key, *realMarket, *product;
     } cases[] = {
         {"DCE", "m2409", "DCEm2409", "DCE", "m"},
         {"SHFE", "m2409", "DCEm2409", "DCE", "m"},
         {"CZCE", "m2409", "DCEm2409", "DCE", "m"},
         {"CFFEX", "m2409", "DCEm2409", "DCE", "m"},
         {"INE", "rb2410", "SHFErb2410", "SHFE", "rb"},
-        {"SHFE", "XX01", "CZCEXX01", "CZCE", "X"},  // tried in sorted order: CZCE before DCE
-        {"DCE", "XX01", "DCEXX01", "DCE", "x"},     // a direct hit needs no fallback
-        {"SH", "m2409", "", "", ""},                // not a futures exchange: no fallback
+        {"SHFE", "XX01", "CZCEXX01", "CZCE", "X"},
+        {"DCE", "XX01", "DCEXX01", "DCE", "x"},
+        {"SH", "m2409", "", "", ""},
         {"", "m2409", "", "", ""},
         {"SHFE", "zz9999", "", "", ""},
         {"SHFE", "", "", "", ""},
@@ -194,28 +227,27 @@ TEST_F(DataCenterTest, FuturesCodeAskedUnderAnotherFuturesExchangeFindsItsRealEx
         {"GFEX", "m2409", "", "", ""},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(c.key, keyOf(m_dc->getInstrument(c.market, c.code))) << c.market << " " << c.code;
-        EXPECT_EQ(c.realMarket, m_dc->getRealMarket(c.market, c.code)) << c.market << " " << c.code;
-        EXPECT_EQ(c.product, m_dc->getProduct(c.market, c.code)) << c.market << " " << c.code;
+        SCOPED_TRACE(std::string(c.market) + " " + c.code);
+        EXPECT_EQ(c.key, keyOf(m_dc->getInstrument(c.market, c.code)));
+        EXPECT_EQ(c.realMarket, m_dc->getRealMarket(c.market, c.code));
+        EXPECT_EQ(c.product, m_dc->getProduct(c.market, c.code));
     }
-    EXPECT_EQ("DCEm2409", keyOf(m_dc->getInstrumentByKey("DCEm2409")));
     EXPECT_FALSE(m_dc->getInstrumentByKey("SHFEm2409"));  // the plain key look-up has no fallback
 }
 
-TEST_F(DataCenterTest, ReloadingOneMarketKeepsTheOthersAndDropsItsOwnFromEveryIndex) {
+// A reload replaces the listed markets whole and a repeated key replaces the earlier record, in
+// all four indexes; other markets stay.
+TEST_F(DataCenterTest, ReloadsReplaceListedMarketsAndRepeatedKeysInEveryIndex) {
     m_dc->setInstrumentDetail(
         {"SH", "SZ"},
         {instrument("SH", "600000", "浦发银行", "A"), instrument("SH", "600004", "白云机场", "A"),
          instrument("SZ", "000001", "平安银行", "A"), instrument("SZ", "300750", "宁德时代", "C")});
     m_dc->setInstrumentDetail(
         {"SH"}, {instrument("SH", "600000", "浦发银行", "A"), instrument("SH", "601318", "中国平安", "B")});
-
-    EXPECT_TRUE(m_dc->getInstrumentByKey("SZ000001"));
     EXPECT_TRUE(m_dc->getInstrumentByKey("SZ300750"));
     EXPECT_EQ(2u, m_dc->getExchangeInstruments("SZ").size());
     EXPECT_TRUE(m_dc->getInstrumentByKey("SH601318"));
-    // The instrument left out of the reload is gone from all four indexes.
-    EXPECT_FALSE(m_dc->getInstrumentByKey("SH600004"));
+    EXPECT_FALSE(m_dc->getInstrumentByKey("SH600004"));  // left out of the reload: gone everywhere
     EXPECT_FALSE(m_dc->getInstrumentByCode("600004"));
     EXPECT_EQ(0u, m_dc->getExchangeInstruments("SH").count("SH600004"));
     const InstrumentMap productA = m_dc->getProductInstruments("A");
@@ -225,42 +257,38 @@ TEST_F(DataCenterTest, ReloadingOneMarketKeepsTheOthersAndDropsItsOwnFromEveryIn
     EXPECT_EQ(4u, m_dc->getInstruments().size());
     EXPECT_EQ(3u, m_dc->getAllProductInstruments().size());
     expectIndexesAgree();
-
     m_dc->setInstrumentDetail({"SZ"}, {});
     EXPECT_TRUE(m_dc->getExchangeInstruments("SZ").empty());
     EXPECT_TRUE(m_dc->getProductInstruments("C").empty());
     EXPECT_EQ("", m_dc->getProductNameByID("C"));
     EXPECT_EQ(2u, m_dc->getInstruments().size());
     expectIndexesAgree();
-}
 
-TEST_F(DataCenterTest, LaterDetailWithTheSameKeyReplacesTheEarlierInEveryIndex) {
     m_dc->setInstrumentDetail({"SHFE"}, {instrument("SHFE", "rb2410", "螺纹钢2410", "rb"),
                                          instrument("SHFE", "rb2410", "螺纹2410", "rbx")});
     EXPECT_EQ("rbx", m_dc->getProduct("SHFE", "rb2410"));
     EXPECT_TRUE(m_dc->getProductInstruments("rb").empty());
     EXPECT_EQ("螺纹", m_dc->getProductNameByID("rbx"));
-    // Filed again without its market listed: still one entry, indexes consistent.
+    // Filed again without its market listed: still one entry.
     m_dc->setInstrumentDetail({}, {instrument("SHFE", "rb2410", "螺纹钢2410", "rb")});
     EXPECT_EQ(1u, m_dc->getExchangeInstruments("SHFE").size());
     EXPECT_EQ("rb", m_dc->getProduct("SHFE", "rb2410"));
     expectIndexesAgree();
 }
 
+// Only the trailing run of digits is cut; an empty result gives the carried product name, else the
+// product id.
 TEST_F(DataCenterTest, ProductNameIsTheNameWithoutTrailingDigits) {
     const struct {
-        const char* name;
-        const char* carried;
-        const char* productId;
-        const char* expected;
+        const char *name, *carried, *productId, *expected;
     } cases[] = {
         {"螺纹钢2410", "", "rb", "螺纹钢"},
-        {"沪深300股指2406", "", "IF", "沪深300股指"},  // only the trailing run is cut
+        {"沪深300股指2406", "", "IF", "沪深300股指"},
         {"IF2406", "", "IF", "IF"},
-        {"浦发银行", "", "", "浦发银行"},  // no trailing digits: the whole name
-        {"", "", "rb", "rb"},              // empty name: the product id
-        {"", "Rebar", "rb", "Rebar"},      // ... unless the record carries a name
-        {"2410", "", "rb", "rb"},          // only digits: nothing left
+        {"浦发银行", "", "", "浦发银行"},
+        {"", "", "rb", "rb"},
+        {"", "Rebar", "rb", "Rebar"},
+        {"2410", "", "rb", "rb"},
         {"", "", "", ""},
     };
     for (const auto& c : cases) {
@@ -284,14 +312,15 @@ TEST_F(DataCenterTest, DceSpreadLegsGoToTheirListOnce) {
         d->m_bIsCombination = isCombination;
         return d;
     };
+    // "SPX..." counts as cross period; unflagged spreads and legless codes count for nothing.
     const std::vector<CInstrumentDetailPtr> dce = {
         combo("DCE", "SP a2405&a2409", true),
         combo("DCE", "SPC a2405&m2405", true),
         combo("DCE", "SP m2409", true),
         combo("DCE", "SP a&b&c", true),
-        combo("DCE", "SPX y2405&y2409", true),  // "SP..." prefix: cross period
-        combo("DCE", "SP c2405&c2409", false),  // not flagged as a combination
-        combo("DCE", "SPC", true),              // no legs at all
+        combo("DCE", "SPX y2405&y2409", true),
+        combo("DCE", "SP c2405&c2409", false),
+        combo("DCE", "SPC", true),
     };
     m_dc->setInstrumentDetail({"DCE", "CZCE"}, dce);
     m_dc->setInstrumentDetail({"CZCE"}, {combo("CZCE", "SP SR405&SR409", true)});  // not DCE
@@ -342,8 +371,6 @@ TEST_F(DataCenterTest, BadInstrumentDetailsAreSkippedOrGivenDefaults) {
     expectIndexesAgree();
 }
 
-// ---- exchanges and trade days --------------------------------------------------------------------
-
 CExchangeDetailPtr exchange(const std::string& code, const std::string& tradeDay) {
     CExchangeDetailPtr e = boost::make_shared<CExchangeDetail>();
     e->m_strExchangeID = code;
@@ -351,33 +378,8 @@ CExchangeDetailPtr exchange(const std::string& code, const std::string& tradeDay
     return e;
 }
 
-TEST_F(DataCenterTest, StockTradeDayIsTheLaterOfShAndSzElseTheClockDate) {
-    m_primitive->m_now = utils::dateTimeToSeconds(20240315, 120000);
-    const struct {
-        const char* sh;  // nullptr: exchange unknown
-        const char* sz;
-        const char* expected;
-    } cases[] = {
-        {"20240102", "20240103", "20240103"},
-        {"20240105", "20240103", "20240105"},
-        {"20240105", nullptr, "20240105"},
-        {nullptr, "20240104", "20240104"},
-        {nullptr, nullptr, "20240315"},
-        {"", "abc", "20240315"},  // not a number
-        {"", "", "20240315"},
-    };
-    for (const auto& c : cases) {
-        DataCenterPtr dc = boost::make_shared<DataCenter>();
-        TraderCenter::instance()->setDataCenter(dc);
-        std::vector<CExchangeDetailPtr> exchanges;
-        if (c.sh) exchanges.push_back(exchange("SH", c.sh));
-        if (c.sz) exchanges.push_back(exchange("SZ", c.sz));
-        dc->setExchanges(exchanges);
-        EXPECT_EQ(c.expected, dc->getStockTradeDay()) << (c.sh ? c.sh : "-") << " " << (c.sz ? c.sz : "-");
-    }
-}
-
-TEST_F(DataCenterTest, ForeignTradeDayIsTheLatestOfTheThreeMarketsElseTheClockDate) {
+// Stock: the later of SH and SZ; foreign: the latest of SGX-A, SGX and GLOBEX; else the clock's date.
+TEST_F(DataCenterTest, TradeDaysFollowTheirExchangesElseTheClockDate) {
     m_primitive->m_now = utils::dateTimeToSeconds(20240316, 90000);
     EXPECT_EQ("20240316", m_dc->getForeignTradeDay());
     m_dc->setExchanges({exchange("SGX-A", "20240314"), exchange("SGX", "20240315"),
@@ -391,6 +393,28 @@ TEST_F(DataCenterTest, ForeignTradeDayIsTheLatestOfTheThreeMarketsElseTheClockDa
     m_dc->getMarketAndTradeDay(markets, days);
     EXPECT_EQ((std::vector<std::string>{"GLOBEX", "SGX", "SGX-A", "SH"}), markets);
     EXPECT_EQ((std::vector<std::string>{"20240317", "20240315", "20240314", "20240318"}), days);
+
+    m_primitive->m_now = utils::dateTimeToSeconds(20240315, 120000);
+    const struct {
+        const char *sh, *sz, *expected;  // "-": exchange unknown; "abc" is not a day
+    } cases[] = {
+        {"20240102", "20240103", "20240103"},
+        {"20240105", "20240103", "20240105"},
+        {"20240105", "-", "20240105"},
+        {"-", "20240104", "20240104"},
+        {"-", "-", "20240315"},
+        {"", "", "20240315"},
+        {"", "abc", "20240315"},
+    };
+    for (const auto& c : cases) {
+        DataCenterPtr dc = boost::make_shared<DataCenter>();
+        TraderCenter::instance()->setDataCenter(dc);  // asked through the registered data center
+        std::vector<CExchangeDetailPtr> exchanges;
+        if (std::string(c.sh) != "-") exchanges.push_back(exchange("SH", c.sh));
+        if (std::string(c.sz) != "-") exchanges.push_back(exchange("SZ", c.sz));
+        dc->setExchanges(exchanges);
+        EXPECT_EQ(c.expected, dc->getStockTradeDay()) << c.sh << " " << c.sz;
+    }
 }
 
 TEST_F(DataCenterTest, ExchangeRateIsOneUnlessTheRecordHoldsAUsableRate) {
@@ -398,50 +422,41 @@ TEST_F(DataCenterTest, ExchangeRateIsOneUnlessTheRecordHoldsAUsableRate) {
     CExchangeRatePtr rate = boost::make_shared<CExchangeRate>();
     rate->m_mapRates = {{"USD", 7.1}, {"HKD", 0.92}, {"JPY", 0.0}, {"EUR", std::nan("")}, {"GBP", -9.0}};
     m_dc->setExchangeRate(rate);
-    const struct {
-        const char* currency;
-        double expected;
-    } cases[] = {{"", 1.0},    {"USD", 1.0}, {"HKD", 0.92}, {"CNY", 1.0},
-                 {"JPY", 1.0}, {"EUR", 1.0}, {"GBP", 1.0}};
-    for (const auto& c : cases) EXPECT_DOUBLE_EQ(c.expected, m_dc->getExchangeRate(c.currency)) << c.currency;
+    const std::pair<const char*, double> cases[] = {{"", 1.0},    {"USD", 1.0}, {"HKD", 0.92}, {"CNY", 1.0},
+                                                    {"JPY", 1.0}, {"EUR", 1.0}, {"GBP", 1.0}};
+    for (const auto& c : cases) EXPECT_DOUBLE_EQ(c.second, m_dc->getExchangeRate(c.first)) << c.first;
     rate->m_mapRates["HKD"] = 5.0;  // the caller's record is not the one in force
     EXPECT_DOUBLE_EQ(0.92, m_dc->getExchangeRate("HKD"));
     m_dc->setExchangeRate(CExchangeRatePtr());
     EXPECT_DOUBLE_EQ(1.0, m_dc->getExchangeRate("HKD"));
 }
 
-CExchangeStatusPtr status(const std::string& market, const std::string& product, int st, int auction,
-                          int paused) {
-    CExchangeStatusPtr s = boost::make_shared<CExchangeStatus>();
-    s->m_strExchangeID = market;
-    s->m_strProductID = product;
-    s->m_nStatus = static_cast<EExchangeStatus>(st);
+CExchangeStatusPtr status(const std::string& market, const std::string& product, int st, int auction = 0,
+                          int paused = 0) {
+    CExchangeStatusPtr s = test::makeExchangeStatus(market, st, product);
     s->m_nIsAuction = auction;
     s->m_nIsPaused = paused;
     return s;
 }
 
 TEST_F(DataCenterTest, AnyMarketTradingNeedsAnAuthenticatedMarketInContinuousTrading) {
-    const struct {
-        CExchangeStatusPtr status;
-        bool expected;
-    } cases[] = {
-        {status("SH", "", 50, 0, 0), true},  {status("SZ", "", 50, 0, 0), false},  // not authenticated
-        {status("SH", "", 49, 0, 0), false}, {status("SH", "", 50, 1, 0), false},
-        {status("SH", "", 50, 0, 1), false}, {status("SHFE", "rb", 50, 0, 0), true},
+    const std::pair<CExchangeStatusPtr, bool> cases[] = {
+        {status("SH", "", 50), true},        {status("SZ", "", 50), false},  // not authenticated
+        {status("SH", "", 49), false},       {status("SH", "", 50, 1, 0), false},
+        {status("SH", "", 50, 0, 1), false}, {status("SHFE", "rb", 50), true},
     };
     TraderCenter::instance()->setFullAuthenticatedMarketSet({"SH", "SHFE"});
     for (const auto& c : cases) {
         DataCenter dc;
-        dc.updateExchangeStatus(c.status);
+        dc.updateExchangeStatus(c.first);
         dc.updateExchangeStatus(CExchangeStatusPtr());
-        EXPECT_EQ(c.expected, dc.isAnyMarketTrading()) << c.status->toString();
+        EXPECT_EQ(c.second, dc.isAnyMarketTrading()) << c.first->toString();
     }
     // A later status of the same key replaces the earlier one.
-    m_dc->updateExchangeStatus(status("SH", "", 50, 0, 0));
-    m_dc->updateExchangeStatus(status("SH", "", 54, 0, 0));
+    m_dc->updateExchangeStatus(status("SH", "", 50));
+    m_dc->updateExchangeStatus(status("SH", "", 54));
     EXPECT_FALSE(m_dc->isAnyMarketTrading());
-    m_dc->updateExchangeStatus(status("SHFE", "", 50, 0, 0));
+    m_dc->updateExchangeStatus(status("SHFE", "", 50));
     {
         test::LogCapture log;
         EXPECT_TRUE(m_dc->isAnyMarketTrading());
@@ -491,80 +506,68 @@ TEST_F(DataCenterTest, PlainStoresAnswerDefaultsMergeMarketTimesAndHandOutCopies
     EXPECT_TRUE(m_dc->getPortfolioManager());
 }
 
-// ---- accounts ------------------------------------------------------------------------------------------
-
-// Stores that never arm their price-refresh timer (copied: make_shared takes its argument by reference).
-const int kNoRefresh = CAccountData::UPDATE_INTERVAL_DISABLED;
-
 IDataPtr summary(const std::string& accountKey) {
     boost::shared_ptr<CAccountSummary> s = boost::make_shared<CAccountSummary>();
     s->m_strAccountKey = accountKey;
     return s;
 }
 
-TEST_F(DataCenterTest, UpdateDataReachesTheStoreOfItsKeyOrTheGlobalStoreForTheDefaultKey) {
+// updateData reaches the store of its key, or the global store (under "") for the default key;
+// re-adding an account clears the store it replaces and no other.
+TEST_F(DataCenterTest, AccountRegistryRoutesUpdatesAndClearsReplacedStores) {
+    const int kNoRefresh = CAccountData::UPDATE_INTERVAL_DISABLED;  // no price-refresh timer
     const boost::shared_ptr<CAccountData> global = m_dc->getGlobalData();
     ASSERT_TRUE(global);
     EXPECT_EQ(global, m_dc->getAccount(""));
     const boost::shared_ptr<CAccountData> store = boost::make_shared<CAccountData>(kNoRefresh);
     m_dc->addAccount("20001_880001", store);
-
     m_dc->updateData("20001_880001", summary("a"));
     m_dc->updateData("no_such_account", summary("b"));
     m_dc->updateData(CAccountInfo().getKey(), summary("c"));
     m_dc->updateData("20001_880001", IDataPtr());
-
     EXPECT_TRUE(store->getData(555, "a"));
     EXPECT_FALSE(store->getData(555, "b"));
     EXPECT_FALSE(global->getData(555, "b"));  // an unknown key is dropped, not sent to the global store
     EXPECT_TRUE(global->getData(555, "c"));
     EXPECT_FALSE(store->getData(555, "c"));
-}
 
-TEST_F(DataCenterTest, ReAddingAnAccountClearsTheReplacedStoreOnly) {
     test::LogCapture log;
-    const boost::shared_ptr<CAccountData> first = boost::make_shared<CAccountData>(kNoRefresh);
     const boost::shared_ptr<CAccountData> second = boost::make_shared<CAccountData>(kNoRefresh);
-    m_dc->addAccount("K", first);
-    m_dc->updateData("K", summary("x"));
-    m_dc->addAccount("K", first);  // the same store again: nothing is cleared
-    EXPECT_TRUE(first->getData(555, "x"));
-    m_dc->addAccount("K", second);
-    EXPECT_FALSE(first->getData(555, "x"));
-    EXPECT_EQ(second, m_dc->getAccount("K"));
-    m_dc->updateData("K", summary("y"));
+    m_dc->addAccount("20001_880001", store);  // the same store again: nothing is cleared
+    EXPECT_TRUE(store->getData(555, "a"));
+    m_dc->addAccount("20001_880001", second);
+    EXPECT_FALSE(store->getData(555, "a"));
+    EXPECT_EQ(second, m_dc->getAccount("20001_880001"));
+    m_dc->updateData("20001_880001", summary("y"));
     EXPECT_TRUE(second->getData(555, "y"));
-    m_dc->addAccount("K", boost::shared_ptr<CAccountData>());  // ignored
-    EXPECT_EQ(second, m_dc->getAccount("K"));
-    EXPECT_EQ(2u, m_dc->getAccounts().size());  // the global store and K
-    m_dc->removeAccount("K");
-    EXPECT_FALSE(m_dc->getAccount("K"));
-    EXPECT_EQ(4u, log.count("ttservice::DataCenter::addAccount : account = K"));
+    m_dc->addAccount("20001_880001", boost::shared_ptr<CAccountData>());  // ignored
+    EXPECT_EQ(second, m_dc->getAccount("20001_880001"));
+    EXPECT_EQ(2u, m_dc->getAccounts().size());  // the global store and this one
+    m_dc->removeAccount("20001_880001");
+    EXPECT_FALSE(m_dc->getAccount("20001_880001"));
+    EXPECT_EQ(3u, log.count("ttservice::DataCenter::addAccount : account = 20001_880001"));
 }
 
-// ---- account-data notification -------------------------------------------------------------------
-
-TEST_F(DataCenterTest, NotificationReachesListenersAndKeyThenKindSubscribers) {
+// Listeners, then key subscribers, then kind subscribers; a listener may release itself and
+// register another from inside its callback.
+TEST_F(DataCenterTest, NotificationReachesListenersThenKeyThenKindSubscribers) {
     CAccountInfoPtr account = boost::make_shared<CAccountInfo>();
     std::vector<std::string> calls;
-    boost::mutex mutex;
-    auto note = [&](const std::string& s) {
-        boost::mutex::scoped_lock lock(mutex);
-        calls.push_back(s);
-    };
     boost::shared_ptr<void> single = m_dc->addAccountDataListener(
         [&](const CAccountInfoPtr& a, const IDataPtr& d, const TTError& e) {
-            note("single:" + d->getKey() + ":" + std::to_string(e.m_nErrorID) +
-                 (a == account ? "" : ":wrong account"));
+            calls.push_back("single:" + d->getKey() + ":" + std::to_string(e.m_nErrorID) +
+                            (a == account ? "" : ":wrong account"));
         },
         AccountDatasCallback());
     boost::shared_ptr<void> batch = m_dc->addAccountDataListener(
         AccountDataCallback(), [&](const CAccountInfoPtr&, const std::vector<IDataPtr>& ds) {
-            note("batch:" + std::to_string(ds.size()));
+            calls.push_back("batch:" + std::to_string(ds.size()));
         });
     EXPECT_FALSE(m_dc->addAccountDataListener(AccountDataCallback(), AccountDatasCallback()));
-    SubRequestPtr byKey = m_dc->subscribe("a", 555, [&](const IDataPtr& d) { note("key:" + d->getKey()); });
-    SubRequestPtr byKind = m_dc->subscribe("", 555, [&](const IDataPtr& d) { note("kind:" + d->getKey()); });
+    SubRequestPtr byKey =
+        m_dc->subscribe("a", 555, [&](const IDataPtr& d) { calls.push_back("key:" + d->getKey()); });
+    SubRequestPtr byKind =
+        m_dc->subscribe("", 555, [&](const IDataPtr& d) { calls.push_back("kind:" + d->getKey()); });
     EXPECT_FALSE(m_dc->subscribe("a", 555, DataCallback()));
 
     m_dc->onAccountData(account, summary("a"), TTError(3, "err"));
@@ -581,11 +584,8 @@ TEST_F(DataCenterTest, NotificationReachesListenersAndKeyThenKindSubscribers) {
     byKey.reset();
     m_dc->onAccountData(account, summary("a"), TTError());
     EXPECT_EQ((std::vector<std::string>{"batch:1", "kind:a"}), calls);
-}
 
-TEST_F(DataCenterTest, ListenerMayReleaseItselfAndRegisterAnotherFromInsideItsCallback) {
-    boost::shared_ptr<void> self;
-    boost::shared_ptr<void> added;
+    boost::shared_ptr<void> self, added;
     int selfCalls = 0, addedCalls = 0;
     self = m_dc->addAccountDataListener(
         [&](const CAccountInfoPtr&, const IDataPtr&, const TTError&) {

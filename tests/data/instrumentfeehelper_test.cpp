@@ -7,72 +7,54 @@
 namespace ttservice {
 namespace {
 
-using test::OrderBuilder;
-
-CInstrumentFeePtr stockFee() {
-    CInstrumentFeePtr fee =
-        test::makeInstrumentFee(test::makeAccountInfo("s", 2), test::makeInstrument("SH", "600000"));
-    fee->m_stkExchange = boost::make_shared<CStkExchange>();
-    fee->m_stkExchange->m_dBuyCommissionRate = 0.0003;
-    fee->m_stkExchange->m_dSellCommissionRate = 0.0003;
-    fee->m_stkExchange->m_dMinCommission = 5.0;
-    fee->m_stkExchange->m_dTransferFeeRate = 0.00001;
-    fee->m_stkExchange->m_dTradeFeeRate = 0.0000487;
-    fee->m_stkExchange->m_dStampTaxRate = 0.0005;
-    return fee;
-}
-
-CInstrumentFeePtr futuresFee() {
-    CInstrumentFeePtr fee = test::makeInstrumentFee(test::makeAccountInfo("f", 1),
-                                                    test::makeInstrument("SHFE", "rb2501", "rb", 10));
-    fee->m_dOpenRatioByMoney = 0.0001;
-    fee->m_dCloseRatioByMoney = 0.00005;
-    fee->m_dCloseTodayRatioByVolume = 3.0;
-    return fee;
-}
-
+// Stock: brokerage (at least the minimum), transfer and trade fee, stamp tax on sales; futures: by
+// money or volume per offset, market orders at the traded price; no price, volume or fee: invalid.
 TEST(CInstrumentFeeHelperTest, StockAndFuturesRules) {
-    struct Case {
+    CInstrumentFeePtr stock =
+        test::makeInstrumentFee(test::makeAccountInfo("s", 2), test::makeInstrument("SH", "600000"));
+    stock->m_stkExchange = boost::make_shared<CStkExchange>();
+    stock->m_stkExchange->m_dBuyCommissionRate = stock->m_stkExchange->m_dSellCommissionRate = 0.0003;
+    stock->m_stkExchange->m_dMinCommission = 5.0;
+    stock->m_stkExchange->m_dTransferFeeRate = 0.00001;
+    stock->m_stkExchange->m_dTradeFeeRate = 0.0000487;
+    stock->m_stkExchange->m_dStampTaxRate = 0.0005;
+    CInstrumentFeePtr futures = test::makeInstrumentFee(test::makeAccountInfo("f", 1),
+                                                        test::makeInstrument("SHFE", "rb2501", "rb", 10));
+    futures->m_dOpenRatioByMoney = 0.0001;
+    futures->m_dCloseRatioByMoney = 0.00005;
+    futures->m_dCloseTodayRatioByVolume = 3.0;
+    const struct {
         const char* what;
         CInstrumentFeePtr fee;
-        COrderDetailPtr order;
+        double price, tradedPrice;
+        int volume, direction, offset;
         double expected;
     } cases[] = {
-        // 10 * 1000 = 10000: brokerage 3 raised to the minimum 5, transfer 0.1, trade fee 0.487.
-        {"stock buy at the minimum", stockFee(), OrderBuilder().price(10).volume(1000).direction('0').build(),
-         5.59},
-        // The sale adds stamp tax 5.
-        {"stock sell adds stamp tax", stockFee(),
-         OrderBuilder().price(10).volume(1000).direction('1').build(), 10.59},
-        // 500000: brokerage 150, transfer 5, trade fee 24.35.
-        {"stock buy above the minimum", stockFee(), OrderBuilder().price(50).volume(10000).build(), 179.35},
-        // 3500 * 10 * multiple 10 = 350000 at 0.0001.
-        {"futures open by money", futuresFee(), OrderBuilder().price(3500).volume(10).offset('0').build(),
-         35.0},
-        {"futures close today by volume", futuresFee(),
-         OrderBuilder().price(3500).volume(10).offset('3').build(), 30.0},
-        {"futures close by money", futuresFee(), OrderBuilder().price(3500).volume(10).offset('1').build(),
-         17.5},
-        {"futures close yesterday uses close ratios", futuresFee(),
-         OrderBuilder().price(3500).volume(10).offset('4').build(), 17.5},
+        // 10000: brokerage 3 raised to the minimum 5, transfer 0.1, trade fee 0.487; a sale adds stamp tax 5.
+        {"stock buy at the minimum", stock, 10, 0, 1000, '0', '0', 5.59},
+        {"stock sell adds stamp tax", stock, 10, 0, 1000, '1', '0', 10.59},
+        {"stock buy above the minimum", stock, 50, 0, 10000, '0', '0', 179.35},  // 150 + 5 + 24.35
+        {"futures open by money", futures, 3500, 0, 10, '0', '0', 35.0},  // 350000 (multiple 10) * 0.0001
+        {"futures close today by volume", futures, 3500, 0, 10, '0', '3', 30.0},
+        {"futures close by money", futures, 3500, 0, 10, '0', '1', 17.5},
+        {"futures close yesterday", futures, 3500, 0, 10, '0', '4', 17.5},
+        {"market order at the traded price", futures, 0, 3600, 10, '0', '0', 36.0},
+        {"no price", futures, 0, 0, 10, '0', '0', TT_INVALID_DOUBLE},
+        {"no volume", futures, 3500, 0, 0, '0', '0', TT_INVALID_DOUBLE},
+        {"invalid price", futures, TT_INVALID_DOUBLE, 0, 10, '0', '0', TT_INVALID_DOUBLE},
+        {"no fee record", CInstrumentFeePtr(), 3500, 0, 10, '0', '0', TT_INVALID_DOUBLE},
     };
-    for (const Case& c : cases)
-        EXPECT_DOUBLE_EQ(c.expected, CInstrumentFeeHelper::calcCommission(c.fee, *c.order)) << c.what;
-}
-
-TEST(CInstrumentFeeHelperTest, PriceChoiceAndWhatCannotBeComputed) {
-    COrderDetailPtr marketOrder = OrderBuilder().price(0).volume(10).build();
-    marketOrder->m_dTradedPrice = 3600;
-    EXPECT_DOUBLE_EQ(36.0, CInstrumentFeeHelper::calcCommission(futuresFee(), *marketOrder));
-
-    const COrderDetailPtr noPrice = OrderBuilder().price(0).volume(10).build();
-    const COrderDetailPtr noVolume = OrderBuilder().price(3500).volume(0).build();
-    const COrderDetailPtr invalidPrice = OrderBuilder().price(TT_INVALID_DOUBLE).volume(10).build();
-    EXPECT_EQ(TT_INVALID_DOUBLE, CInstrumentFeeHelper::calcCommission(futuresFee(), *noPrice));
-    EXPECT_EQ(TT_INVALID_DOUBLE, CInstrumentFeeHelper::calcCommission(futuresFee(), *noVolume));
-    EXPECT_EQ(TT_INVALID_DOUBLE, CInstrumentFeeHelper::calcCommission(futuresFee(), *invalidPrice));
-    EXPECT_EQ(TT_INVALID_DOUBLE,
-              CInstrumentFeeHelper::calcCommission(CInstrumentFeePtr(), *OrderBuilder().build()));
+    for (const auto& c : cases) {
+        COrderDetailPtr order = test::OrderBuilder()
+                                    .price(c.price)
+                                    .volume(c.volume)
+                                    .direction(c.direction)
+                                    .offset(c.offset)
+                                    .build();
+        order->m_dTradedPrice = c.tradedPrice;
+        // Near, not DOUBLE_EQ: infinity is within 4 ulps of the invalid price but is not it.
+        EXPECT_NEAR(c.expected, CInstrumentFeeHelper::calcCommission(c.fee, *order), 1e-9) << c.what;
+    }
 }
 
 }  // namespace

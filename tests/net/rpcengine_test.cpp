@@ -26,7 +26,15 @@ using net::RPCEngine;
 const ptime kStart(boost::gregorian::date(2025, 11, 23),
                    boost::posix_time::hours(1) + boost::posix_time::minutes(30));
 
-// What a handler saw: its error and the engine's clock when it ran.
+// The value of `f`; throws (failing the test) when there is none within 30 s.
+template <class T>
+T await(std::future<T> f) {
+    if (f.wait_for(std::chrono::seconds(30)) != std::future_status::ready)
+        throw std::runtime_error("no result within 30 s");
+    return f.get();
+}
+
+// What a handler saw: its error, the engine's clock and whether it ran on the strand.
 struct Call {
     std::string name;
     boost::system::error_code ec;
@@ -53,6 +61,18 @@ protected:
             m_calls.push_back(
                 Call{name, ec, m_engine->now(), m_engine->getDisPatcherStrand().running_in_this_thread()});
         };
+    }
+
+    // The calls so far, "name:ok" or "name:aborted" each, with ":off-strand" when not on the strand.
+    std::string calls() const {
+        std::string out;
+        for (const Call& c : m_calls) {
+            const bool aborted = c.ec == boost::asio::error::operation_aborted;
+            out += (out.empty() ? "" : " ") + c.name;
+            out += aborted ? ":aborted" : c.ec ? ":" + c.ec.message() : ":ok";
+            if (!c.onStrand) out += ":off-strand";
+        }
+        return out;
     }
 
     RPCEngine* m_engine = nullptr;
@@ -88,7 +108,9 @@ TEST_F(ManualClock, PeriodicTimerFiresEveryPeriodWithinOneAdvance) {
     EXPECT_EQ(11u, fired.size());
 }
 
-TEST_F(ManualClock, TimersFireInExpiryOrderOnTheStrand) {
+// Timers fire in expiry order on the strand; posted handlers run in poll() and advanceClock(); the
+// manual clock starts no worker.
+TEST_F(ManualClock, TimersFireInExpiryOrderOnTheStrandPostedHandlersInPoll) {
     DeadlineTimer late(m_engine->getDisPatcherStrand());
     DeadlineTimer early(m_engine->getDisPatcherStrand());
     DeadlineTimer tie(m_engine->getDisPatcherStrand());
@@ -102,15 +124,21 @@ TEST_F(ManualClock, TimersFireInExpiryOrderOnTheStrand) {
     EXPECT_EQ(0u, m_engine->advanceClock(milliseconds(99)));
     EXPECT_TRUE(m_calls.empty());
     EXPECT_EQ(3u, m_engine->advanceClock(seconds(1)));
-    ASSERT_EQ(3u, m_calls.size());
-    const char* const order[] = {"early", "tie", "late"};
+    EXPECT_EQ("early:ok tie:ok late:ok", calls());
     const int at[] = {100, 100, 300};
-    for (size_t i = 0; i < 3; ++i) {
-        EXPECT_EQ(order[i], m_calls[i].name);
-        EXPECT_FALSE(m_calls[i].ec) << m_calls[i].ec.message();
-        EXPECT_EQ(kStart + milliseconds(at[i]), m_calls[i].at) << order[i];
-        EXPECT_TRUE(m_calls[i].onStrand) << order[i];
-    }
+    for (size_t i = 0; i < m_calls.size() && i < 3; ++i)
+        EXPECT_EQ(kStart + milliseconds(at[i]), m_calls[i].at) << i;
+
+    int ran = 0;
+    boost::asio::post(m_engine->getDisPatcherStrand(), [&] { ++ran; });
+    EXPECT_EQ(0, ran);
+    m_engine->poll();
+    EXPECT_EQ(1, ran);
+    boost::asio::post(m_engine->getIoContext(), [&] { ++ran; });
+    m_engine->advanceClock(milliseconds(1));
+    EXPECT_EQ(2, ran);
+    m_engine->start(2);
+    EXPECT_FALSE(m_engine->running());
 }
 
 TEST_F(ManualClock, CancelDeliversOperationAborted) {
@@ -121,9 +149,7 @@ TEST_F(ManualClock, CancelDeliversOperationAborted) {
     EXPECT_EQ(0u, timer.cancel());
     EXPECT_TRUE(m_calls.empty());  // delivered through the strand, not from inside cancel()
     m_engine->poll();
-    ASSERT_EQ(1u, m_calls.size());
-    EXPECT_EQ(boost::asio::error::operation_aborted, m_calls[0].ec);
-    EXPECT_TRUE(m_calls[0].onStrand);
+    EXPECT_EQ("cancelled:aborted", calls());
     EXPECT_EQ(0u, m_engine->advanceClock(seconds(2)));
     EXPECT_EQ(1u, m_calls.size());
 
@@ -137,13 +163,7 @@ TEST_F(ManualClock, CancelDeliversOperationAborted) {
         doomed.async_wait(recorder("destroyed"));
     }
     EXPECT_EQ(1u, m_engine->advanceClock(milliseconds(10)));
-    ASSERT_EQ(4u, m_calls.size());
-    EXPECT_EQ("first", m_calls[1].name);
-    EXPECT_EQ(boost::asio::error::operation_aborted, m_calls[1].ec);
-    EXPECT_EQ("destroyed", m_calls[2].name);
-    EXPECT_EQ(boost::asio::error::operation_aborted, m_calls[2].ec);
-    EXPECT_EQ("second", m_calls[3].name);
-    EXPECT_FALSE(m_calls[3].ec);
+    EXPECT_EQ("cancelled:aborted first:aborted destroyed:aborted second:ok", calls());
 }
 
 TEST_F(ManualClock, SpecialDurationIsRefused) {
@@ -165,72 +185,40 @@ TEST_F(ManualClock, SpecialDurationIsRefused) {
     EXPECT_EQ(kStart + milliseconds(1), timer.expires_at());
 }
 
-TEST_F(ManualClock, PostedHandlersRunInPollAndAdvance) {
-    int ran = 0;
-    boost::asio::post(m_engine->getDisPatcherStrand(), [&] { ++ran; });
-    EXPECT_EQ(0, ran);
-    m_engine->poll();
-    EXPECT_EQ(1, ran);
-    boost::asio::post(m_engine->getIoContext(), [&] { ++ran; });
-    m_engine->advanceClock(milliseconds(1));
-    EXPECT_EQ(2, ran);
-    // The manual clock starts no worker.
-    m_engine->start(2);
-    EXPECT_FALSE(m_engine->running());
-}
-
-TEST(SystemClock, TimerFiresOnTheStrand) {
+// Workers: timers fire on the strand, handlers run in parallel, a throwing handler is logged and
+// its worker carries on, stop() is orderly and idempotent, handlers posted while stopped wait.
+TEST(SystemClock, WorkersRunTimersAndHandlersAndStopInOrder) {
     RPCEngine* engine = RPCEngine::instance();
     ASSERT_FALSE(engine->manualClock());
     engine->start(2);
     ASSERT_TRUE(engine->running());
+    boost::asio::io_context& io = engine->getIoContext();
     const ptime before = engine->now();
     {
-        std::promise<std::pair<boost::system::error_code, bool> > firedPromise;
         DeadlineTimer timer(engine->getDisPatcherStrand());
+        std::promise<std::pair<boost::system::error_code, bool> > fired;
         timer.expires_from_now(milliseconds(5));
         timer.async_wait([&](const boost::system::error_code& ec) {
-            firedPromise.set_value(
-                std::make_pair(ec, engine->getDisPatcherStrand().running_in_this_thread()));
+            fired.set_value(std::make_pair(ec, engine->getDisPatcherStrand().running_in_this_thread()));
         });
-        std::future<std::pair<boost::system::error_code, bool> > fired = firedPromise.get_future();
-        ASSERT_EQ(std::future_status::ready, fired.wait_for(std::chrono::seconds(30)));
-        const std::pair<boost::system::error_code, bool> result = fired.get();
+        const std::pair<boost::system::error_code, bool> result = await(fired.get_future());
         EXPECT_FALSE(result.first) << result.first.message();
         EXPECT_TRUE(result.second);
         EXPECT_GE(engine->now(), before + milliseconds(5));
-    }
-    {
-        // A cancelled system-clock wait is delivered as operation_aborted by the workers.
-        std::promise<boost::system::error_code> abortedPromise;
-        DeadlineTimer timer(engine->getDisPatcherStrand());
+
+        // A cancelled wait is delivered as operation_aborted; while it is armed the clock cannot
+        // switch to manual.
+        std::promise<boost::system::error_code> aborted;
         timer.expires_from_now(boost::posix_time::hours(1));
-        timer.async_wait([&](const boost::system::error_code& ec) { abortedPromise.set_value(ec); });
-        // Armed: the clock cannot switch to manual.
+        timer.async_wait([&](const boost::system::error_code& ec) { aborted.set_value(ec); });
         EXPECT_FALSE(engine->useManualClock(kStart));
         EXPECT_TRUE(engine->running());
         EXPECT_EQ(1u, timer.cancel());
-        std::future<boost::system::error_code> aborted = abortedPromise.get_future();
-        ASSERT_EQ(std::future_status::ready, aborted.wait_for(std::chrono::seconds(30)));
-        EXPECT_EQ(boost::asio::error::operation_aborted, aborted.get());
+        EXPECT_EQ(boost::asio::error::operation_aborted, await(aborted.get_future()));
     }
-    engine->stop();
-    engine->stop();
-    EXPECT_FALSE(engine->running());
-    engine->start(1);
-    EXPECT_TRUE(engine->running());
-    engine->stop();
-}
-
-TEST(SystemClock, WorkersRunHandlersInParallelSurviveThrowsAndStopInOrder) {
-    RPCEngine* engine = RPCEngine::instance();
-    ASSERT_FALSE(engine->manualClock());
-    engine->start(2);
-    boost::asio::io_context& io = engine->getIoContext();
 
     // Two handlers that each wait for the other can only finish on two workers at once.
-    std::atomic<int> arrived(0);
-    std::atomic<int> met(0);
+    std::atomic<int> arrived(0), met(0);
     for (int i = 0; i < 2; ++i)
         boost::asio::post(io, [&] {
             ++arrived;
@@ -238,12 +226,11 @@ TEST(SystemClock, WorkersRunHandlersInParallelSurviveThrowsAndStopInOrder) {
             while (arrived.load() < 2 && std::chrono::steady_clock::now() < until) std::this_thread::yield();
             if (arrived.load() == 2) ++met;
         });
-    // A handler that throws does not take its worker down: it is logged and later handlers run.
     ttservice::test::LogCapture capture(utils::TT_LOG_ERROR);
     boost::asio::post(io, [] { throw std::runtime_error("handler failure"); });
     std::promise<void> afterThrow;
     boost::asio::post(io, [&] { afterThrow.set_value(); });
-    ASSERT_EQ(std::future_status::ready, afterThrow.get_future().wait_for(std::chrono::seconds(30)));
+    await(afterThrow.get_future());
 
     // stop() returns only once the handler in progress has finished.
     std::promise<void> started;
@@ -253,22 +240,21 @@ TEST(SystemClock, WorkersRunHandlersInParallelSurviveThrowsAndStopInOrder) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         finished = true;
     });
-    ASSERT_EQ(std::future_status::ready, started.get_future().wait_for(std::chrono::seconds(30)));
+    await(started.get_future());
     engine->stop();
     EXPECT_TRUE(finished.load());
     EXPECT_EQ(2, met.load());
-    EXPECT_FALSE(engine->running());
     EXPECT_EQ(1u, capture.count("a handler threw: handler failure"));
+    engine->stop();
+    EXPECT_FALSE(engine->running());
 
-    // A handler posted while stopped waits for the next start.
-    std::atomic<bool> ranLater(false);
-    boost::asio::post(io, [&] { ranLater = true; });
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_FALSE(ranLater.load());
+    std::promise<void> ranLater;
+    boost::asio::post(io, [&] { ranLater.set_value(); });
+    std::future<void> later = ranLater.get_future();
+    EXPECT_EQ(std::future_status::timeout, later.wait_for(std::chrono::milliseconds(20)));
     engine->start(1);
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!ranLater.load() && std::chrono::steady_clock::now() < until) std::this_thread::yield();
-    EXPECT_TRUE(ranLater.load());
+    EXPECT_TRUE(engine->running());
+    await(std::move(later));
     engine->stop();
 }
 

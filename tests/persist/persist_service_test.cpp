@@ -1,6 +1,5 @@
-// CPersistService on the in-memory store, with backends that fail or stall on command: what happens
-// to queued writes when the store misbehaves, the queue bound, batching, shutdown, the URL options
-// and the process default.
+// CPersistService on the in-memory store, with backends that fail or stall on command: queued writes
+// when the store misbehaves, the queue bound, batching, shutdown, URL options and the process default.
 #include <gtest/gtest.h>
 
 #include <condition_variable>
@@ -12,39 +11,24 @@
 #include "config/ConfigCollector.h"
 #include "persist/CPersistService.h"
 #include "persist/FaultInjectionBackend.h"
-#include "testing/LogCapture.h"
-#include "utils/LogCenter.h"
-
-namespace bson {
-// Failures print documents as JSON.
-inline void PrintTo(const BSONObj& o, std::ostream* os) {
-    *os << o.toJson();
-}
-}  // namespace bson
+#include "testing/PersistTestUtil.h"
+#include "testing/TempDir.h"
 
 namespace persist {
 namespace {
 
-bson::BSONObj doc(int n) {
-    bson::BSONObjBuilder b;
-    b.append("n", n);
-    return b.obj();
-}
+using ttservice::test::countStdLines;
+using ttservice::test::doc;
+using ttservice::test::LogCapture;
 
-// A fault-injecting backend that also records the size of every batch stored and can hold apply()
-// at a gate until the test opens it.
+// A fault-injecting backend that records the size of every batch stored and, while closed, holds
+// apply() at a gate.
 class CGateBackend : public CFaultInjectionBackend {
 public:
-    explicit CGateBackend(const PersistBackendPtr& target)
-        : CFaultInjectionBackend(target), m_bClosed(false), m_nWaiting(0) {}
-
-    void close() {
+    explicit CGateBackend(const PersistBackendPtr& target) : CFaultInjectionBackend(target) {}
+    void setClosed(bool closed) {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_bClosed = true;
-    }
-    void open() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_bClosed = false;
+        m_bClosed = closed;
         m_cv.notify_all();
     }
     // Waits until the writer is held at the gate.
@@ -56,7 +40,6 @@ public:
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_batchSizes;
     }
-
     EApplyResult apply(const CWriteOp* ops, size_t n, uint64_t id, std::string* error) override {
         {
             std::unique_lock<std::mutex> lock(m_mutex);
@@ -74,24 +57,9 @@ public:
 private:
     std::mutex m_mutex;
     std::condition_variable m_cv;
-    bool m_bClosed;
-    int m_nWaiting;
+    bool m_bClosed = false;
+    int m_nWaiting = 0;
     std::vector<size_t> m_batchSizes;
-};
-
-// Error lines written on "TTStdFile" while it lives.
-class CErrorLog {
-public:
-    CErrorLog() : m_capture(utils::TT_LOG_ERROR) {}
-    size_t countContaining(const std::string& text) const {
-        size_t n = 0;
-        for (const std::string& l : m_capture.texts(utils::LOGGER_STD))
-            n += l.find(text) != std::string::npos;
-        return n;
-    }
-
-private:
-    ttservice::test::LogCapture m_capture;
 };
 
 CPersistOptions fastRetries() {
@@ -117,6 +85,10 @@ bool storedSoon(IPersistBackend& b, const std::string& key, const bson::BSONObj&
     return true;
 }
 
+std::string key(int i) {
+    return "k" + std::to_string(i);
+}
+
 class PersistServiceTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -136,24 +108,50 @@ protected:
     PersistServicePtr m_pService;
 };
 
-TEST_F(PersistServiceTest, FailedWritesAreRetriedUntilStoredAndCounted) {
+// A write the store fails stays queued, is served to readers (even when reads of the store fail,
+// which is reported), and is retried until stored.
+TEST_F(PersistServiceTest, FailedWritesStayQueuedAreReadBackAndRetriedUntilStored) {
     start();
     m_pFault->failNextWrites(3);
     ASSERT_TRUE(m_pService->asyncWriteData("H", "k", doc(1)));
     m_pService->flush();
     EXPECT_TRUE(stored(*m_pStore, "k", doc(1)));
     EXPECT_EQ(4, m_pFault->writeAttempts());
-    const CPersistCounters c = m_pService->counters();
+    CPersistCounters c = m_pService->counters();
     EXPECT_EQ(1u, c.m_nQueued);
     EXPECT_EQ(1u, c.m_nApplied);
     EXPECT_EQ(3u, c.m_nRetried);
     EXPECT_EQ(0u, c.m_nFailed);
     EXPECT_EQ(0u, c.m_nPending);
+
+    m_pFault->setFailWrites(true);  // the store is down
+    for (int i = 0; i < 100; ++i) ASSERT_TRUE(m_pService->asyncWriteData("H", key(i), doc(i)));
+    EXPECT_FALSE(m_pService->flushFor(std::chrono::milliseconds(50)));
+    EXPECT_FALSE(stored(*m_pStore, "k0", doc(0)));
+    EXPECT_EQ(doc(42), m_pService->readData("H", "k42"));
+    c = m_pService->counters();
+    EXPECT_EQ(100u, c.m_nPending);
+    EXPECT_GT(c.m_nRetried, 3u);
+    // Reads that fail are reported; the pending writes are still served.
+    m_pFault->setFailReads(true);
+    std::map<std::string, bson::BSONObj> out;
+    EXPECT_FALSE(m_pService->readAllData("H", "k.*", out));
+    EXPECT_EQ(100u, out.size()) << "the pending writes are still returned";
+    EXPECT_TRUE(m_pService->readData("H", "unknown").isEmpty());
+    std::set<std::string> members;
+    EXPECT_FALSE(m_pService->readSetStrData("S", members));
+    std::vector<bson::BSONObj> items;
+    EXPECT_FALSE(m_pService->readListData("L", items));
+    m_pFault->setFailReads(false);
+    m_pFault->setFailWrites(false);
+    m_pService->flush();
+    for (int i = 0; i < 100; ++i) EXPECT_TRUE(stored(*m_pStore, key(i), doc(i))) << i;
+    EXPECT_EQ(101u, m_pService->counters().m_nApplied);
+    EXPECT_EQ(0u, m_pService->counters().m_nFailed);
 }
 
-// Writes are applied without anybody calling flush(), whatever the writer was doing when they came:
-// asleep, lingering after a batch, or asleep again once the lingering spell is over. With a linger
-// far longer than the test, a full batch must wake the writer.
+// Writes are applied without flush(), whether the writer was asleep, lingering after a batch, or
+// asleep again after a quiet spell; with a linger longer than the test, a full batch wakes it.
 TEST_F(PersistServiceTest, WritesReachTheStoreWithoutFlushWhateverTheWriterWasDoing) {
     for (int linger : {0, 5}) {
         CPersistOptions o = fastRetries();
@@ -181,58 +179,66 @@ TEST_F(PersistServiceTest, WritesReachTheStoreWithoutFlushWhateverTheWriterWasDo
     EXPECT_TRUE(stored(*m_pStore, "w5", doc(5)));
 }
 
-TEST_F(PersistServiceTest, WritesWaitInTheQueueWhileTheStoreIsDownAndAreServedToReaders) {
-    start();
-    m_pFault->setFailWrites(true);
-    for (int i = 0; i < 100; ++i)
-        ASSERT_TRUE(m_pService->asyncWriteData("H", "k" + std::to_string(i), doc(i)));
-    EXPECT_FALSE(m_pService->flushFor(std::chrono::milliseconds(50)));
-    EXPECT_FALSE(stored(*m_pStore, "k0", doc(0)));
-    EXPECT_EQ(doc(42), m_pService->readData("H", "k42"));
-    EXPECT_EQ(100u, m_pService->counters().m_nPending);
-    EXPECT_GT(m_pService->counters().m_nRetried, 0u);
-
-    m_pFault->setFailWrites(false);
-    m_pService->flush();
-    for (int i = 0; i < 100; ++i) EXPECT_TRUE(stored(*m_pStore, "k" + std::to_string(i), doc(i))) << i;
-    EXPECT_EQ(100u, m_pService->counters().m_nApplied);
-    EXPECT_EQ(0u, m_pService->counters().m_nFailed);
-}
-
-TEST_F(PersistServiceTest, FullQueueRefusesWithCounterAndLogLine) {
+// While the store is down: writeData times out (its write stays queued); a full queue refuses
+// writes with a counter and a log line; once drained there is room again; a write the store rejects
+// makes writeData fail; shutdown gives up what a dead store never takes after its timeout, naming it.
+TEST_F(PersistServiceTest, AFailingStoreTimesOutWritesFillsTheQueueAndIsGivenUpAtShutdown) {
     CPersistOptions o = fastRetries();
     o.m_nQueueLimit = 10;
+    o.m_nWriteTimeoutMs = 30;
+    o.m_nShutdownTimeoutMs = 100;
     start(o);
-    CErrorLog log;
+    LogCapture log(utils::TT_LOG_ERROR);
     m_pFault->setFailWrites(true);
-    for (int i = 0; i < 10; ++i)
-        ASSERT_TRUE(m_pService->asyncWriteData("H", "k" + std::to_string(i), doc(i)));
+    EXPECT_FALSE(m_pService->writeData("H", "k", doc(1)));
+    EXPECT_FALSE(m_pService->asyncWriteData("H", "k2", doc(2), true));
+    EXPECT_EQ(2u, m_pService->counters().m_nPending);
+    for (int i = 3; i < 11; ++i) ASSERT_TRUE(m_pService->asyncWriteData("H", key(i), doc(i)));
     EXPECT_FALSE(m_pService->asyncWriteData("H", "overflow", doc(10)));
     EXPECT_FALSE(m_pService->asyncWriteDatas("H", {{"b1", doc(1)}, {"b2", doc(2)}}));
     EXPECT_TRUE(m_pService->readData("H", "overflow").isEmpty()) << "a refused write is not visible";
-    CPersistCounters c = m_pService->counters();
-    EXPECT_EQ(3u, c.m_nRejected);
-    EXPECT_EQ(10u, c.m_nQueued);
-    EXPECT_EQ(1u, log.countContaining("'overflow'"));
-    EXPECT_EQ(1u, log.countContaining("'b1 (and 1 more)'"));
+    EXPECT_EQ(3u, m_pService->counters().m_nRejected);
+    EXPECT_EQ(10u, m_pService->counters().m_nQueued);
+    EXPECT_EQ(1u, countStdLines(log, "'overflow'"));
+    EXPECT_EQ(1u, countStdLines(log, "'b1 (and 1 more)'"));
 
     m_pFault->setFailWrites(false);
     m_pService->flush();
     EXPECT_TRUE(m_pService->asyncWriteData("H", "after", doc(11))) << "room again once drained";
     m_pService->flush();
-    EXPECT_TRUE(stored(*m_pStore, "k9", doc(9)));
+    EXPECT_TRUE(stored(*m_pStore, "k", doc(1)));
+    EXPECT_TRUE(stored(*m_pStore, "k2", doc(2)));
+    EXPECT_TRUE(stored(*m_pStore, "k10", doc(10)));
     EXPECT_TRUE(stored(*m_pStore, "after", doc(11)));
     EXPECT_FALSE(stored(*m_pStore, "overflow", doc(10)));
+
+    m_pFault->failNextWrites(1, APPLY_REJECTED);
+    EXPECT_FALSE(m_pService->writeData("H", "k", doc(3)));
+    EXPECT_EQ(1u, m_pService->counters().m_nFailed);
+    EXPECT_TRUE(stored(*m_pStore, "k", doc(1)));
+    EXPECT_TRUE(m_pService->writeData("H", "k", doc(4)));
+    EXPECT_TRUE(stored(*m_pStore, "k", doc(4)));
+
+    m_pFault->setFailWrites(true);
+    const uint64_t appliedBefore = m_pService->counters().m_nApplied;
+    for (int i = 0; i < 5; ++i) ASSERT_TRUE(m_pService->asyncWriteData("H", "d" + std::to_string(i), doc(i)));
+    ASSERT_TRUE(m_pService->asyncWriteDatas("H", {{"e1", doc(1)}, {"e2", doc(2)}}));
+    m_pService->shutdown();
+    const CPersistCounters c = m_pService->counters();
+    EXPECT_EQ(1u + 7u, c.m_nFailed);
+    EXPECT_EQ(appliedBefore, c.m_nApplied);
+    EXPECT_EQ(0u, c.m_nPending);
+    for (const char* k : {"'d0'", "'d4'", "'e1'", "'e2'"}) EXPECT_EQ(1u, countStdLines(log, k)) << k;
 }
 
-// Returns the sizes of the transactions the writer used for: one write that keeps it busy, then
-// three single writes, a batch of ten and one more write queued meanwhile.
+// The sizes of the transactions the writer used for one write that keeps it busy, then three single
+// writes, a batch of ten and one more write queued meanwhile.
 std::vector<size_t> transactionsWhileBusy(const PersistBackendPtr& store, size_t batchLimit) {
     boost::shared_ptr<CGateBackend> gate(new CGateBackend(store));
     CPersistOptions o = fastRetries();
     o.m_nMaxBatchOps = batchLimit;
     PersistServicePtr service = CPersistService::create(gate, o);
-    gate->close();
+    gate->setClosed(true);
     EXPECT_TRUE(service->asyncWriteData("H", "first", doc(0)));
     gate->awaitWriter();
     for (int i = 0; i < 3; ++i) EXPECT_TRUE(service->asyncWriteData("H", "s" + std::to_string(i), doc(i)));
@@ -240,7 +246,7 @@ std::vector<size_t> transactionsWhileBusy(const PersistBackendPtr& store, size_t
     for (int i = 0; i < 10; ++i) batch.emplace_back("b" + std::to_string(i), doc(i));
     EXPECT_TRUE(service->asyncWriteDatas("H", batch));
     EXPECT_TRUE(service->asyncWriteData("H", "last", doc(0)));
-    gate->open();
+    gate->setClosed(false);
     service->flush();
     return gate->batchSizes();
 }
@@ -255,141 +261,88 @@ TEST_F(PersistServiceTest, AnUnstorableBatchIsGivenUpAloneAndTheOthersAreStored)
     boost::shared_ptr<CGateBackend> gate(new CGateBackend(m_pStore));
     boost::shared_ptr<CFaultInjectionBackend> fault(new CFaultInjectionBackend(gate));
     m_pService = CPersistService::create(fault, fastRetries());
-    CErrorLog log;
-    gate->close();
+    LogCapture log(utils::TT_LOG_ERROR);
+    gate->setClosed(true);
     ASSERT_TRUE(m_pService->asyncWriteData("H", "first", doc(0)));
     gate->awaitWriter();
     ASSERT_TRUE(m_pService->asyncWriteDatas("H", {{"bad1", doc(1)}, {"bad2", doc(2)}}));
     ASSERT_TRUE(m_pService->asyncWriteData("H", "good", doc(3)));
     ASSERT_TRUE(m_pService->asyncWriteDatas("H", {{"good2", doc(4)}, {"good3", doc(5)}}));
-    // The gathered batch is refused as a whole, then its first group on its own.
-    fault->failNextWrites(2, APPLY_REJECTED);
-    gate->open();
+    fault->failNextWrites(2, APPLY_REJECTED);  // the gathered batch, then its first group alone
+    gate->setClosed(false);
     m_pService->flush();
     EXPECT_TRUE(stored(*m_pStore, "first", doc(0)));
     EXPECT_FALSE(stored(*m_pStore, "bad1", doc(1)));
     EXPECT_FALSE(stored(*m_pStore, "bad2", doc(2)));
     EXPECT_TRUE(stored(*m_pStore, "good", doc(3)));
     EXPECT_TRUE(stored(*m_pStore, "good3", doc(5)));
-    const CPersistCounters c = m_pService->counters();
-    EXPECT_EQ(2u, c.m_nFailed);
-    EXPECT_EQ(4u, c.m_nApplied);
-    EXPECT_EQ(1u, log.countContaining("'bad1'"));
-    EXPECT_EQ(1u, log.countContaining("'bad2'"));
+    EXPECT_EQ(2u, m_pService->counters().m_nFailed);
+    EXPECT_EQ(4u, m_pService->counters().m_nApplied);
+    EXPECT_EQ(1u, countStdLines(log, "'bad1'"));
+    EXPECT_EQ(1u, countStdLines(log, "'bad2'"));
     EXPECT_TRUE(m_pService->readData("H", "bad1").isEmpty()) << "a given-up write leaves the pending overlay";
 }
 
 TEST_F(PersistServiceTest, ShutdownAppliesEverythingQueued) {
     boost::shared_ptr<CGateBackend> gate(new CGateBackend(m_pStore));
     m_pService = CPersistService::create(gate, fastRetries());
-    gate->close();
-    for (int i = 0; i < 500; ++i)
-        ASSERT_TRUE(m_pService->asyncWriteData("H", "k" + std::to_string(i), doc(i)));
+    gate->setClosed(true);
+    for (int i = 0; i < 500; ++i) ASSERT_TRUE(m_pService->asyncWriteData("H", key(i), doc(i)));
     gate->awaitWriter();
     std::thread stopper([&] { m_pService->shutdown(); });
-    gate->open();
+    gate->setClosed(false);
     stopper.join();
-    for (int i = 0; i < 500; ++i) EXPECT_TRUE(stored(*m_pStore, "k" + std::to_string(i), doc(i))) << i;
+    for (int i = 0; i < 500; ++i) EXPECT_TRUE(stored(*m_pStore, key(i), doc(i))) << i;
     EXPECT_FALSE(m_pService->asyncWriteData("H", "late", doc(1))) << "no writes after shutdown";
     EXPECT_EQ(doc(7), m_pService->readData("H", "k7")) << "reads keep working";
-}
-
-TEST_F(PersistServiceTest, ShutdownGivesUpOnADeadStoreAfterItsTimeoutAndSaysWhat) {
-    CPersistOptions o = fastRetries();
-    o.m_nShutdownTimeoutMs = 100;
-    start(o);
-    CErrorLog log;
-    m_pFault->setFailWrites(true);
-    for (int i = 0; i < 5; ++i) ASSERT_TRUE(m_pService->asyncWriteData("H", "k" + std::to_string(i), doc(i)));
-    ASSERT_TRUE(m_pService->asyncWriteDatas("H", {{"b1", doc(1)}, {"b2", doc(2)}}));
-    m_pService->shutdown();
-    const CPersistCounters c = m_pService->counters();
-    EXPECT_EQ(7u, c.m_nFailed);
-    EXPECT_EQ(0u, c.m_nApplied);
-    EXPECT_EQ(0u, c.m_nPending);
-    for (const char* k : {"'k0'", "'k4'", "'b1'", "'b2'"}) EXPECT_EQ(1u, log.countContaining(k)) << k;
-}
-
-TEST_F(PersistServiceTest, WriteDataReportsATimeoutButTheWriteStaysQueued) {
-    CPersistOptions o = fastRetries();
-    o.m_nWriteTimeoutMs = 30;
-    start(o);
-    m_pFault->setFailWrites(true);
-    EXPECT_FALSE(m_pService->writeData("H", "k", doc(1)));
-    EXPECT_FALSE(m_pService->asyncWriteData("H", "k2", doc(2), true));
-    EXPECT_EQ(2u, m_pService->counters().m_nPending);
-    m_pFault->setFailWrites(false);
-    m_pService->flush();
-    EXPECT_TRUE(stored(*m_pStore, "k", doc(1)));
-    EXPECT_TRUE(stored(*m_pStore, "k2", doc(2)));
-}
-
-TEST_F(PersistServiceTest, WriteDataFailsWhenItsWriteIsGivenUp) {
-    start();
-    m_pFault->failNextWrites(1, APPLY_REJECTED);
-    EXPECT_FALSE(m_pService->writeData("H", "k", doc(1)));
-    EXPECT_EQ(1u, m_pService->counters().m_nFailed);
-    EXPECT_TRUE(m_pService->writeData("H", "k", doc(2)));
-    EXPECT_TRUE(stored(*m_pStore, "k", doc(2)));
-}
-
-TEST_F(PersistServiceTest, ReadFailuresAreReportedAndPendingWritesStillServed) {
-    start();
-    m_pFault->setFailWrites(true);
-    ASSERT_TRUE(m_pService->asyncWriteData("H", "p____1", doc(1)));
-    m_pFault->setFailReads(true);
-    std::map<std::string, bson::BSONObj> out;
-    EXPECT_FALSE(m_pService->readAllData("H", "p____.*", out));
-    EXPECT_EQ(1u, out.size()) << "the pending write is still returned";
-    EXPECT_TRUE(m_pService->readData("H", "unknown").isEmpty());
-    std::set<std::string> members;
-    EXPECT_FALSE(m_pService->readSetStrData("S", members));
-    std::vector<bson::BSONObj> items;
-    EXPECT_FALSE(m_pService->readListData("L", items));
-    m_pFault->setFailReads(false);
 }
 
 TEST_F(PersistServiceTest, ConcurrentWritersWithAFlappingStoreLoseNothing) {
     start();
     std::atomic<bool> done(false);
     std::thread flapper([&] {
-        bool fail = false;
-        while (!done.load()) {
-            fail = !fail;
+        for (bool fail = true; !done.load(); fail = !fail) {
             m_pFault->setFailWrites(fail);
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
         m_pFault->setFailWrites(false);
     });
+    auto name = [](int t, int k) { return "t" + std::to_string(t) + "_" + std::to_string(k); };
     std::vector<std::thread> writers;
     for (int t = 0; t < 3; ++t) {
         writers.emplace_back([&, t] {
-            for (int i = 0; i < 3000; ++i) {
-                m_pService->asyncWriteData("H", "t" + std::to_string(t) + "_" + std::to_string(i % 100),
-                                           doc(i));
-            }
+            for (int i = 0; i < 3000; ++i) m_pService->asyncWriteData("H", name(t, i % 100), doc(i));
         });
     }
     for (std::thread& w : writers) w.join();
     done = true;
     flapper.join();
     m_pService->flush();
-    for (int t = 0; t < 3; ++t) {
-        for (int k = 0; k < 100; ++k) {
-            EXPECT_TRUE(stored(*m_pStore, "t" + std::to_string(t) + "_" + std::to_string(k), doc(2900 + k)));
-        }
-    }
+    for (int t = 0; t < 3; ++t)
+        for (int k = 0; k < 100; ++k) EXPECT_TRUE(stored(*m_pStore, name(t, k), doc(2900 + k)));
     const CPersistCounters c = m_pService->counters();
     EXPECT_EQ(9000u, c.m_nQueued);
     EXPECT_EQ(9000u, c.m_nApplied);
     EXPECT_EQ(0u, c.m_nFailed);
 }
 
-TEST(PersistUrlTest, BadUrlsAndOptionsAreRefusedNamingTheProblem) {
-    struct {
-        const char* url;
-        const char* mentions;
-    } cases[] = {
+TEST(PersistUrlTest, OptionsAreReadAndBadUrlsRefusedNamingTheProblem) {
+    std::string error;
+    PersistServicePtr s = CPersistService::open(
+        "memory://?queue=77&batch=5&retry_ms=2&retry_max_ms=9&shutdown_timeout_ms=-1&write_timeout_ms=3&"
+        "linger_ms=0",
+        &error);
+    ASSERT_TRUE(s) << error;
+    const CPersistOptions& o = s->options();
+    EXPECT_EQ(77u, o.m_nQueueLimit);
+    EXPECT_EQ(5u, o.m_nMaxBatchOps);
+    EXPECT_EQ(2, o.m_nRetryDelayMs);
+    EXPECT_EQ(9, o.m_nMaxRetryDelayMs);
+    EXPECT_EQ(-1, o.m_nShutdownTimeoutMs);
+    EXPECT_EQ(3, o.m_nWriteTimeoutMs);
+    EXPECT_EQ(0, o.m_nLingerMs);
+
+    const std::pair<const char*, const char*> bad[] = {
         {"nowhere", "no scheme"},
         {"ftp://host/x", "unknown scheme 'ftp'"},
         {"sqlite://", "names no file"},
@@ -404,108 +357,66 @@ TEST(PersistUrlTest, BadUrlsAndOptionsAreRefusedNamingTheProblem) {
         {"sqlite:///tmp/x.db?sync=%zz", "malformed option 'sync=%zz'"},
         {"sqlite:///tmp/x%2.db", "bad %-escape"},
     };
-    for (const auto& c : cases) {
-        std::string error;
-        EXPECT_FALSE(CPersistService::open(c.url, &error)) << c.url;
-        EXPECT_NE(std::string::npos, error.find(c.mentions)) << c.url << " gave: " << error;
+    for (const auto& c : bad) {
+        std::string e;
+        EXPECT_FALSE(CPersistService::open(c.first, &e)) << c.first;
+        EXPECT_NE(std::string::npos, e.find(c.second)) << c.first << " gave: " << e;
     }
 }
 
-TEST(PersistUrlTest, ServiceOptionsAreRead) {
-    std::string error;
-    PersistServicePtr s = CPersistService::open(
-        "memory://?queue=77&batch=5&retry_ms=2&retry_max_ms=9&shutdown_timeout_ms=-1&write_timeout_ms=3&"
-        "linger_ms=0",
-        &error);
-    ASSERT_TRUE(s) << error;
-    EXPECT_EQ(77u, s->options().m_nQueueLimit);
-    EXPECT_EQ(5u, s->options().m_nMaxBatchOps);
-    EXPECT_EQ(2, s->options().m_nRetryDelayMs);
-    EXPECT_EQ(9, s->options().m_nMaxRetryDelayMs);
-    EXPECT_EQ(-1, s->options().m_nShutdownTimeoutMs);
-    EXPECT_EQ(3, s->options().m_nWriteTimeoutMs);
-    EXPECT_EQ(0, s->options().m_nLingerMs);
-}
-
+// The exclusive upper bound of the keys that start with a prefix; none when every byte is 0xFF.
 TEST(PrefixSuccessorTest, BoundsEveryKeyWithThePrefix) {
-    struct {
-        std::string prefix;
-        bool bounded;
-        std::string upper;
-    } cases[] = {
-        {"", false, ""},
-        {"a", true, "b"},
-        {"A____", true, "A___`"},
-        {"a\xFF", true, "b"},
-        {"a\xFF\xFF", true, "b"},
-        {"\xFF", false, ""},
-        {"\xFF\xFF", false, ""},
-        {"a\xFE", true, "a\xFF"},
-        {std::string("a\0", 2), true, std::string("a\x01", 2)},
+    const std::pair<std::string, std::string> cases[] = {
+        {"", ""},         {"a", "b"},         {"A____", "A___`"},
+        {"a\xFF", "b"},   {"a\xFF\xFF", "b"}, {"\xFF", ""},
+        {"\xFF\xFF", ""}, {"a\xFE", "a\xFF"}, {std::string("a\0", 2), std::string("a\x01", 2)},
     };
     for (const auto& c : cases) {
         std::string upper;
-        EXPECT_EQ(c.bounded, prefixSuccessor(c.prefix, &upper)) << c.prefix;
-        if (c.bounded) {
-            EXPECT_EQ(c.upper, upper) << c.prefix;
+        EXPECT_EQ(!c.second.empty(), prefixSuccessor(c.first, &upper)) << c.first;
+        if (!c.second.empty()) {
+            EXPECT_EQ(c.second, upper) << c.first;
         }
     }
 }
 
-class PersistInstanceTest : public ::testing::Test {
-protected:
-    void TearDown() override {
+// The process default: setInstance, else the configured URL, else a file in the data folder; a
+// default that cannot be opened refuses writes instead of crashing.
+TEST(PersistInstanceTest, DefaultComesFromSetInstanceThenConfigurationThenTheDataFolder) {
+    ttservice::test::TempDir dir("tt-xdg");
+    auto configure = [](const std::string& url) {
+        boost::shared_ptr<ttservice::ConfigCollector> config(new ttservice::ConfigCollector);
+        if (!url.empty()) config->setString("persist.url", url);
+        ttservice::ConfigCollector::setInstance(config);
         CPersistService::setInstance(PersistServicePtr());
-        ttservice::ConfigCollector::setInstance(
-            boost::shared_ptr<ttservice::ConfigCollector>(new ttservice::ConfigCollector));
-        if (!m_strDir.empty()) std::filesystem::remove_all(m_strDir);
-    }
-    std::string m_strDir;
-};
-
-TEST_F(PersistInstanceTest, DefaultComesFromSetInstanceThenConfigurationThenTheDataFolder) {
+    };
     std::string error;
     PersistServicePtr installed = CPersistService::open("memory://", &error);
     CPersistService::setInstance(installed);
     EXPECT_EQ(installed, CPersistService::instance());
 
-    boost::shared_ptr<ttservice::ConfigCollector> config(new ttservice::ConfigCollector);
-    config->setString("persist.url", "memory://from-config");
-    ttservice::ConfigCollector::setInstance(config);
-    CPersistService::setInstance(PersistServicePtr());
+    configure("memory://from-config");
     EXPECT_EQ("memory://from-config", CPersistService::instance()->backend()->url());
 
-    char tmpl[] = "/tmp/tt-xdg-XXXXXX";
-    ASSERT_TRUE(mkdtemp(tmpl));
-    m_strDir = tmpl;
-    ttservice::ConfigCollector::setInstance(
-        boost::shared_ptr<ttservice::ConfigCollector>(new ttservice::ConfigCollector));
-    CPersistService::setInstance(PersistServicePtr());
+    configure("");
     const char* old = getenv("XDG_DATA_HOME");
     const std::string saved = old ? old : "";
-    setenv("XDG_DATA_HOME", m_strDir.c_str(), 1);
+    setenv("XDG_DATA_HOME", dir.path().c_str(), 1);
     PersistServicePtr s = CPersistService::instance();
-    if (old) {
-        setenv("XDG_DATA_HOME", saved.c_str(), 1);
-    } else {
-        unsetenv("XDG_DATA_HOME");
-    }
-    EXPECT_EQ("sqlite://" + m_strDir + "/ttservice/ttservice.db", s->backend()->url());
-    EXPECT_TRUE(std::filesystem::exists(m_strDir + "/ttservice/ttservice.db"));
+    old ? setenv("XDG_DATA_HOME", saved.c_str(), 1) : unsetenv("XDG_DATA_HOME");
+    EXPECT_EQ("sqlite://" + dir.path() + "/ttservice/ttservice.db", s->backend()->url());
+    EXPECT_TRUE(std::filesystem::exists(dir.file("ttservice/ttservice.db")));
     EXPECT_TRUE(s->writeData("H", "k", doc(1)));
-}
 
-TEST_F(PersistInstanceTest, AnUnopenableDefaultRefusesWritesInsteadOfCrashing) {
-    boost::shared_ptr<ttservice::ConfigCollector> config(new ttservice::ConfigCollector);
-    config->setString("persist.url", "sqlite:///nonexistent-folder-for-tt/x/y.db");
-    ttservice::ConfigCollector::setInstance(config);
-    CPersistService::setInstance(PersistServicePtr());
-    PersistServicePtr s = CPersistService::instance();
+    configure("sqlite:///nonexistent-folder-for-tt/x/y.db");
+    s = CPersistService::instance();
     ASSERT_TRUE(s);
     EXPECT_FALSE(s->backend());
     EXPECT_FALSE(s->asyncWriteData("H", "k", doc(1)));
     EXPECT_TRUE(s->readData("H", "k").isEmpty());
     s->flush();
+
+    configure("");
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The ttpersist tool on real stores: listing, printing, and a round trip SQLite -> Redis -> SQLite
-// that must give back exactly what went in.
+// The ttpersist tool on real stores: listing, printing, mistakes, and a round trip
+// SQLite -> Redis -> SQLite that must give back exactly what went in.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,26 +7,15 @@
 
 #include "PersistTool.h"
 #include "persist/CPersistService.h"
+#include "testing/PersistTestUtil.h"
 #include "testing/RedisServer.h"
-
-namespace bson {
-// Failures print documents as JSON.
-inline void PrintTo(const BSONObj& o, std::ostream* os) {
-    *os << o.toJson();
-}
-}  // namespace bson
+#include "testing/TempDir.h"
 
 namespace persist {
 namespace {
 
 using ttservice::test::CRedisServer;
-
-bson::BSONObj doc(int n, const std::string& name) {
-    bson::BSONObjBuilder b;
-    b.append("n", n);
-    b.append("name", name);
-    return b.obj();
-}
+using ttservice::test::doc;
 
 struct CResult {
     int status;
@@ -43,10 +32,6 @@ CResult ttpersist(const std::vector<std::string>& args) {
 class TtpersistToolTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        char tmpl[] = "/tmp/tt-tool-XXXXXX";
-        ASSERT_TRUE(mkdtemp(tmpl));
-        m_strDir = tmpl;
-        m_strSource = "sqlite://" + m_strDir + "/source.db";
         std::string error;
         PersistServicePtr s = CPersistService::open(m_strSource, &error);
         ASSERT_TRUE(s) << error;
@@ -60,7 +45,6 @@ protected:
         ASSERT_TRUE(s->asyncWriteListData("Journal", {doc(6, "a"), doc(7, "b")}, false));
         s->shutdown();
     }
-    void TearDown() override { std::filesystem::remove_all(m_strDir); }
 
     // Everything a store holds, as the tool prints it.
     std::string inventory(const std::string& url) {
@@ -80,40 +64,42 @@ protected:
         return all;
     }
 
-    std::string m_strDir;
-    std::string m_strSource;
+    ttservice::test::TempDir m_dir{"tt-tool"};
+    const std::string m_strSource = "sqlite://" + m_dir.file("source.db");
 };
 
-TEST_F(TtpersistToolTest, ListsHashesKeysAndPrintsDocuments) {
-    CResult r = ttpersist({m_strSource, "hashes"});
-    EXPECT_EQ(0, r.status) << r.err;
-    EXPECT_EQ("NqLoanRepurchaseImpawnData\nNqTradeData\n", r.out);
-
-    r = ttpersist({m_strSource, "keys", "NqTradeData", "SH____.*"});
-    EXPECT_EQ("SH____600000____1\nSH____600000____2\n", r.out);
-    r = ttpersist({m_strSource, "keys", "NqTradeData", "SH*____[odd]?"});
-    EXPECT_EQ("SH*____[odd]?\n", r.out) << "a pattern without the trailing .* is one literal key";
-    r = ttpersist({m_strSource, "keys", "NqTradeData"});
-    EXPECT_EQ("SH*____[odd]?\nSH____600000____1\nSH____600000____2\nSZ____000001____1\n", r.out);
-
-    r = ttpersist({m_strSource, "get", "NqTradeData", "SZ____000001____1"});
-    EXPECT_EQ(0, r.status) << r.err;
-    EXPECT_EQ(doc(3, "third").toJson() + "\n", r.out);
-    EXPECT_NE(std::string::npos, r.out.find("\"third\""));
-
-    r = ttpersist({m_strSource, "get", "NqTradeData", "absent"});
-    EXPECT_EQ(tool::EXIT_FAILED, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("'absent'"));
-}
-
-TEST_F(TtpersistToolTest, MistakesGiveUsageOrAClearError) {
-    EXPECT_EQ(tool::EXIT_USAGE, ttpersist({}).status);
-    EXPECT_EQ(tool::EXIT_USAGE, ttpersist({m_strSource, "frobnicate"}).status);
-    EXPECT_EQ(tool::EXIT_USAGE, ttpersist({"copy", m_strSource}).status);
-    CResult r = ttpersist({"sqlite://" + m_strDir + "/typo.db", "hashes"});
-    EXPECT_EQ(tool::EXIT_FAILED, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("typo.db"));
-    EXPECT_FALSE(std::filesystem::exists(m_strDir + "/typo.db")) << "inspecting never creates a store";
+// Listing and printing; a pattern without the trailing ".*" is one literal key; mistakes give
+// usage or a clear error, and inspecting never creates a store.
+TEST_F(TtpersistToolTest, ListsHashesKeysPrintsDocumentsAndRefusesMistakes) {
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        std::string out, err;
+    } cases[] = {
+        {{m_strSource, "hashes"}, 0, "NqLoanRepurchaseImpawnData\nNqTradeData\n", ""},
+        {{m_strSource, "keys", "NqTradeData", "SH____.*"}, 0, "SH____600000____1\nSH____600000____2\n", ""},
+        {{m_strSource, "keys", "NqTradeData", "SH*____[odd]?"}, 0, "SH*____[odd]?\n", ""},
+        {{m_strSource, "keys", "NqTradeData", "SH"}, 0, "", ""},
+        {{m_strSource, "keys", "NqTradeData"},
+         0,
+         "SH*____[odd]?\nSH____600000____1\nSH____600000____2\nSZ____000001____1\n",
+         ""},
+        {{m_strSource, "get", "NqTradeData", "SZ____000001____1"}, 0, doc(3, "third").toJson() + "\n", ""},
+        {{m_strSource, "get", "NqTradeData", "absent"}, tool::EXIT_FAILED, "", "'absent'"},
+        {{}, tool::EXIT_USAGE, "", "usage:"},
+        {{m_strSource, "frobnicate"}, tool::EXIT_USAGE, "", "usage:"},
+        {{"copy", m_strSource}, tool::EXIT_USAGE, "", "usage:"},
+        {{"sqlite://" + m_dir.file("typo.db"), "hashes"}, tool::EXIT_FAILED, "", "typo.db"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.args));
+        const CResult r = ttpersist(c.args);
+        EXPECT_EQ(c.status, r.status) << r.err;
+        EXPECT_EQ(c.out, r.out);
+        EXPECT_EQ(c.err.empty(), r.err.empty()) << r.err;
+        EXPECT_NE(std::string::npos, r.err.find(c.err)) << r.err;
+    }
+    EXPECT_FALSE(std::filesystem::exists(m_dir.file("typo.db"))) << "inspecting never creates a store";
 }
 
 TEST_F(TtpersistToolTest, CopiesSqliteToRedisAndBackWithoutChange) {
@@ -122,7 +108,7 @@ TEST_F(TtpersistToolTest, CopiesSqliteToRedisAndBackWithoutChange) {
     std::string error;
     ASSERT_TRUE(server.start(&error)) << error;
     const std::string redis = server.url(0);
-    const std::string back = "sqlite://" + m_strDir + "/back.db";
+    const std::string back = "sqlite://" + m_dir.file("back.db");
 
     CResult r = ttpersist({"copy", m_strSource, redis});
     EXPECT_EQ(0, r.status) << r.err;
@@ -138,9 +124,8 @@ TEST_F(TtpersistToolTest, CopiesSqliteToRedisAndBackWithoutChange) {
     // The copy is a working store for the service too.
     PersistServicePtr s = CPersistService::open(back, &error);
     ASSERT_TRUE(s) << error;
-    std::map<std::string, bson::BSONObj> out;
-    ASSERT_TRUE(s->readAllData("NqTradeData", "SH____600000____.*", out));
-    EXPECT_EQ(doc(2, "second"), out["SH____600000____2"]);
+    EXPECT_EQ(doc(2, "second"),
+              ttservice::test::readAll(*s, "NqTradeData", "SH____600000____.*")["SH____600000____2"]);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include "records/RecordJson.h"
 #include "records/Records.h"
 #include "testing/LogCapture.h"
+#include "testing/RecordBuilders.h"
 
 #include <gtest/gtest.h>
 
@@ -29,67 +30,45 @@ void fillAll(IData& rec, int seed) {
     for (int i = 0; i < static_cast<int>(t.fields.size()); ++i) {
         const FieldInfo& f = t.fields[i];
         const int v = seed * 100 + i + 1;
+        Json::Value doc(Json::objectValue);  // containers are set through JSON
+        Json::Value& val = doc[f.name];
+        bool set = false;
         switch (f.kind) {
         case EFieldKind::Int32:
-        case EFieldKind::Enum: ASSERT_TRUE(rec.setInt(i, v)); break;
-        case EFieldKind::Int64: ASSERT_TRUE(rec.setInt(i, int64_t(v) * 10000000000LL)); break;
-        case EFieldKind::Double: ASSERT_TRUE(rec.setDouble(i, v + 0.25)); break;
-        case EFieldKind::Bool: ASSERT_TRUE(rec.setBool(i, !rec.getInt(i))); break;
-        case EFieldKind::String: ASSERT_TRUE(rec.setString(i, "s" + std::to_string(v) + "\xe4\xb8\xad")); break;
-        case EFieldKind::Record: {
-            bool set = false;
+        case EFieldKind::Enum: set = rec.setInt(i, v); break;
+        case EFieldKind::Int64: set = rec.setInt(i, int64_t(v) * 10000000000LL); break;
+        case EFieldKind::Double: set = rec.setDouble(i, v + 0.25); break;
+        case EFieldKind::Bool: set = rec.setBool(i, !rec.getInt(i)); break;
+        case EFieldKind::String: set = rec.setString(i, "s" + std::to_string(v) + "\xe4\xb8\xad"); break;
+        case EFieldKind::StringList: val.append("a" + std::to_string(v)); val.append("b"); break;
+        case EFieldKind::DoubleMap: val["USD"] = 7.1; val["HKD"] = 0.91 + v; break;
+        case EFieldKind::StringListMap:
+            val["10001"].append("600000");
+            val["10001"].append("60000" + std::to_string(v % 10));
+            break;
+        case EFieldKind::Int64List: val.append(Json::Int64(v)); break;
+        default:  // records and record containers: element classes are tried until one is accepted
             for (const RecordType* cand : TypeManager::instance().types()) {
                 IDataPtr nested = cand->create();
                 if (seed < 3) fillAll(*nested, seed + 1);
-                if (rec.setData(i, nested)) {
-                    set = true;
-                    break;
+                if (f.kind == EFieldKind::Record) {
+                    if ((set = rec.setData(i, nested))) break;
+                    continue;
                 }
-            }
-            ASSERT_TRUE(set) << t.name << "." << f.name;
-            break;
-        }
-        default: {
-            // Containers: set through JSON, trying element classes until one is accepted.
-            Json::Value doc(Json::objectValue);
-            bool set = false;
-            if (f.kind == EFieldKind::StringList) {
-                doc[f.name].append("a" + std::to_string(v));
-                doc[f.name].append("b");
-                set = records::fromJsonValue(doc, rec, nullptr);
-            } else if (f.kind == EFieldKind::DoubleMap) {
-                doc[f.name]["USD"] = 7.1;
-                doc[f.name]["HKD"] = 0.91 + v;
-                set = records::fromJsonValue(doc, rec, nullptr);
-            } else if (f.kind == EFieldKind::StringListMap) {
-                doc[f.name]["10001"].append("600000");
-                doc[f.name]["10001"].append("60000" + std::to_string(v % 10));
-                set = records::fromJsonValue(doc, rec, nullptr);
-            } else if (f.kind == EFieldKind::Int64List) {
-                doc[f.name].append(Json::Int64(v));
-                set = records::fromJsonValue(doc, rec, nullptr);
-            } else {
-                for (const RecordType* cand : TypeManager::instance().types()) {
-                    IDataPtr nested = cand->create();
-                    if (seed < 3) fillAll(*nested, seed + 1);
-                    Json::Value elem;
-                    records::toJsonValue(*nested, elem);
-                    doc = Json::Value(Json::objectValue);
-                    if (f.kind == EFieldKind::RecordList) {
-                        doc[f.name].append(elem);
-                        doc[f.name].append(elem);
-                    } else {
-                        doc[f.name]["k" + std::to_string(v)] = elem;
-                    }
-                    if (records::fromJsonValue(doc, rec, nullptr)) {
-                        set = true;
-                        break;
-                    }
+                Json::Value elem;
+                records::toJsonValue(*nested, elem);
+                val = Json::Value();
+                if (f.kind == EFieldKind::RecordList) {
+                    val.append(elem);
+                    val.append(elem);
+                } else {
+                    val["k" + std::to_string(v)] = elem;
                 }
+                if ((set = records::fromJsonValue(doc, rec, nullptr))) break;
             }
-            ASSERT_TRUE(set) << t.name << "." << f.name;
         }
-        }
+        if (!set && !val.isNull()) set = records::fromJsonValue(doc, rec, nullptr);
+        ASSERT_TRUE(set) << t.name << "." << f.name;
     }
 }
 
@@ -113,25 +92,22 @@ TEST(Records, EveryClassRoundTripsThroughBsonAndJsonWithEveryField) {
         EXPECT_TRUE(err.empty()) << err;
         EXPECT_STREQ(back->getClassName(), t->name);
         EXPECT_EQ(back->toBson(), doc) << doc.toJson() << "\n" << back->toBson().toJson();
+        EXPECT_EQ(back->toJson(), rec->toJson());  // a field that toBson drops shows here
         EXPECT_EQ(back->getKey(), rec->getKey());
         EXPECT_EQ(back->toString(), rec->toString());
-
-        // JSON text of the same record parses back to the same document.
         IDataPtr fromJson = t->create();
         ASSERT_TRUE(fromJson->fromJson(rec->toJson(), &err)) << err;
         EXPECT_EQ(fromJson->toBson(), doc);
-
-        // A clone is equal but independent.
-        IDataPtr copy = rec->clone();
-        EXPECT_EQ(copy->toBson(), doc);
+        EXPECT_EQ(rec->clone()->toBson(), doc);
     }
 }
 
-TEST(Records, FieldTablesMatchTheItemConstants) {
-    // A table that disagrees with the ITEM_ numbers would make every generic read wrong.
+// Field tables agree with the ITEM_ numbers (else every generic read is wrong); the kind rule.
+TEST(Records, FieldTablesAndKinds) {
     EXPECT_EQ(COrderDetail::staticType().fields.size(), size_t(COrderDetail::ITEM_END_));
     EXPECT_EQ(CFtAccountDetail::staticType().fields.size(), size_t(CFtAccountDetail::ITEM_END_));
-    EXPECT_STREQ(COrderDetail::staticType().fields[COrderDetail::ITEM_m_strOrderSysID].name, "m_strOrderSysID");
+    EXPECT_STREQ(COrderDetail::staticType().fields[COrderDetail::ITEM_m_strOrderSysID].name,
+                 "m_strOrderSysID");
     EXPECT_STREQ(CPositionDetail::staticType().fields[CPositionDetail::ITEM_m_nYesterdayVolume].name,
                  "m_nYesterdayVolume");
     EXPECT_STREQ(GoldQueryStorageResp::staticType().fields[GoldQueryStorageResp::ITEM_totalStorage].name,
@@ -141,14 +117,12 @@ TEST(Records, FieldTablesMatchTheItemConstants) {
     for (const RecordType* t : TypeManager::instance().types())
         for (size_t i = 0; i < t->fields.size(); ++i)
             EXPECT_EQ(t->fieldIndex(t->fields[i].name), int(i)) << t->name << " has a duplicate field name";
-}
 
-TEST(Records, KindIsBaseIdOrTypeId) {
-    struct Case {
+    // The kind is the base id, or the type id when the base id is -1.
+    const struct {
         IDataPtr rec;
-        int kind;
-        int baseId;
-    } cases[] = {
+        int kind, baseId;
+    } kinds[] = {
         {boost::make_shared<COrderDetail>(), 542, -1},
         {boost::make_shared<CAccountDetail>(), 543, -1},
         {boost::make_shared<CFtAccountDetail>(), 543, 543},
@@ -157,7 +131,7 @@ TEST(Records, KindIsBaseIdOrTypeId) {
         {boost::make_shared<GoldQueryStorageResp>(), 7227, -1},
         {boost::make_shared<CExchangeStatus>(), 570, -1},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : kinds) {
         EXPECT_EQ(c.rec->getKind(), c.kind) << c.rec->getClassName();
         EXPECT_EQ(c.rec->getBaseId(), c.baseId) << c.rec->getClassName();
     }
@@ -165,11 +139,9 @@ TEST(Records, KindIsBaseIdOrTypeId) {
 }
 
 TEST(Records, GenericAccessByItemNumber) {
-    COrderDetail o;
-    o.m_strOrderSysID = "1001";
-    o.m_nVolumeTotalOriginal = 300;
-    o.m_dLimitPrice = 12.5;
-    o.m_eOrderStatus = ENTRUST_STATUS_CANCELED;
+    const COrderDetailPtr order =
+        test::OrderBuilder().volume(300).price(12.5).status(ENTRUST_STATUS_CANCELED).build();
+    COrderDetail& o = *order;
     EXPECT_EQ(o.getString(COrderDetail::ITEM_m_strOrderSysID), "1001");
     EXPECT_EQ(o.getInt(COrderDetail::ITEM_m_nVolumeTotalOriginal), 300);
     EXPECT_DOUBLE_EQ(o.getDouble(COrderDetail::ITEM_m_dLimitPrice), 12.5);
@@ -189,9 +161,8 @@ TEST(Records, GenericAccessByItemNumber) {
     EXPECT_EQ(o.m_nVolumeTotalOriginal, 300);
 
     // Record-valued fields accept only their class (or a subclass) and an empty pointer.
-    CAccountInfoPtr info = boost::make_shared<CAccountInfo>();
+    CAccountInfoPtr info = test::makeAccountInfo();
     EXPECT_TRUE(o.setData(COrderDetail::ITEM_m_accountInfo, info));
-    EXPECT_EQ(o.m_accountInfo, info);
     EXPECT_FALSE(o.setData(COrderDetail::ITEM_m_accountInfo, boost::make_shared<CDealDetail>()));
     EXPECT_EQ(o.m_accountInfo, info);
     EXPECT_EQ(o.getRecord(COrderDetail::ITEM_m_accountInfo), info);
@@ -202,15 +173,14 @@ TEST(Records, GenericAccessByItemNumber) {
     // and NaN in a double, a 64-bit count read as int, a double written into an int.
     CPriceData q;
     const int last = CPriceData::ITEM_m_dLastPrice, vol = CPriceData::ITEM_m_nVolume;
-    struct Case {
+    const struct {
         double price;
         int64_t volume;
         int priceAsInt;
         int64_t priceAsInt64;
         int volumeAsInt;
         bool priceAsBool;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {TT_INVALID_DOUBLE, int64_t(1) << 40, INT32_MAX, INT64_MAX, INT32_MAX, true},
         {-TT_INVALID_DOUBLE, -(int64_t(1) << 40), INT32_MIN, INT64_MIN, INT32_MIN, true},
         {std::nan(""), 7, 0, 0, 7, true},
@@ -218,7 +188,7 @@ TEST(Records, GenericAccessByItemNumber) {
         {0.5, 0, 0, 0, 0, true},  // non-zero, though it truncates to 0
         {0.0, 0, 0, 0, 0, false},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         q.m_dLastPrice = c.price;
         q.m_nVolume = c.volume;
         EXPECT_EQ(q.getInt(last), c.priceAsInt) << c.price;
@@ -235,14 +205,12 @@ TEST(Records, GenericAccessByItemNumber) {
 }
 
 TEST(Records, KeyRulesThatOtherModulesRelyOn) {
-    CAccountInfo a;
-    a.m_nPlatformID = 10001;
-    a.m_strAccountID = "88001";
-    EXPECT_EQ(a.getKey(), "10001_88001");
-    a.m_strSubAccount = "s1";
-    EXPECT_EQ(a.getKey(), "10001_88001_s1");
-    EXPECT_EQ(genParentAccountKey(a), "10001_88001");
-
+    CAccountInfoPtr a = test::makeAccountInfo("88001", 1, 10001);
+    EXPECT_EQ(a->getKey(), "10001_88001");
+    a->m_strSubAccount = "s1";
+    EXPECT_EQ(a->getKey(), "10001_88001_s1");
+    EXPECT_EQ(genParentAccountKey(*a), "10001_88001");
+    EXPECT_EQ(test::makeInstrument("SHFE", "cu2501")->getKey(), "SHFEcu2501");
     // Stock-option items: third code, first code, then the second unless the first is 'D'.
     CStockOptionFeeItem item;
     item.m_nOffsetFlag = '0';
@@ -251,14 +219,27 @@ TEST(Records, KeyRulesThatOtherModulesRelyOn) {
     EXPECT_EQ(item.getKey(), "101");
     item.m_nOffsetFlag = 'D';
     EXPECT_EQ(item.getKey(), "1D");
-
-    CInstrumentDetail inst;
-    inst.m_strExchangeID = "SHFE";
-    inst.m_strInstrumentID = "cu2501";
-    EXPECT_EQ(inst.getKey(), "SHFEcu2501");
 }
 
-TEST(Records, WrongFieldTypesStayAtDefaultsAndAreNamed) {
+// Bad input gives an empty pointer and a reason naming the type or field; mistyped fields stay at
+// their defaults and are named.
+TEST(Records, BadDocumentsAreRejectedWithTheReason) {
+    TypeManager& tm = TypeManager::instance();
+    std::string err;
+    const struct {
+        bson::BSONObj doc;
+        const char* mentions;
+    } rejected[] = {
+        {bson::BSONObj(), "empty document"},
+        {bson::BSONObjBuilder().append("_typeid", int32_t(123456)).obj(), "unknown type id 123456"},
+        {bson::BSONObjBuilder().append("m_strOrderSysID", "1").obj(), "_typeid"},
+        {bson::BSONObjBuilder().append("_typeid", "542").obj(), "_typeid"},
+    };
+    for (const auto& c : rejected) {
+        EXPECT_FALSE(tm.parse(c.doc, &err)) << c.mentions;
+        EXPECT_NE(err.find(c.mentions), std::string::npos) << err;
+    }
+
     bson::BSONObjBuilder b;
     b.append("_typeid", int32_t(542));
     b.append("m_strOrderSysID", "77");
@@ -266,9 +247,7 @@ TEST(Records, WrongFieldTypesStayAtDefaultsAndAreNamed) {
     b.append("m_dLimitPrice", int32_t(12));              // an integer is a valid double
     b.append("m_accountInfo", bson::BSONObj());          // a nested document without a type id
     b.append("m_unknownField", int32_t(5));               // ignored
-    std::string err;
-    IDataPtr rec = TypeManager::instance().parse(b.obj(), &err);
-    COrderDetailPtr o = boost::dynamic_pointer_cast<COrderDetail>(rec);
+    COrderDetailPtr o = boost::dynamic_pointer_cast<COrderDetail>(tm.parse(b.obj(), &err));
     ASSERT_TRUE(o);
     EXPECT_EQ(o->m_strOrderSysID, "77");
     EXPECT_EQ(o->m_nVolumeTotalOriginal, 0);
@@ -276,73 +255,64 @@ TEST(Records, WrongFieldTypesStayAtDefaultsAndAreNamed) {
     EXPECT_FALSE(o->m_accountInfo);
     EXPECT_NE(err.find("m_nVolumeTotalOriginal"), std::string::npos) << err;
     EXPECT_NE(err.find("m_accountInfo"), std::string::npos) << err;
-
     // A nested record of the wrong class is not attached.
-    bson::BSONObjBuilder nested;
-    nested.append("_typeid", int32_t(542));
-    bson::BSONObjBuilder outer;
-    outer.append("_typeid", int32_t(542));
-    outer.append("m_accountInfo", nested.obj());
-    IDataPtr rec2 = TypeManager::instance().parse(outer.obj(), &err);
-    ASSERT_TRUE(rec2);
-    EXPECT_FALSE(boost::dynamic_pointer_cast<COrderDetail>(rec2)->m_accountInfo);
-}
+    const bson::BSONObj order = bson::BSONObjBuilder().append("_typeid", int32_t(542)).obj();
+    IDataPtr outer =
+        tm.parse(bson::BSONObjBuilder().append("_typeid", int32_t(542)).append("m_accountInfo", order).obj());
+    ASSERT_TRUE(outer);
+    EXPECT_FALSE(boost::dynamic_pointer_cast<COrderDetail>(outer)->m_accountInfo);
 
-TEST(Records, UnknownOrMissingTypeGivesEmptyPointerAndReason) {
-    std::string err;
-    EXPECT_FALSE(TypeManager::instance().parse(bson::BSONObj(), &err));
-    EXPECT_FALSE(err.empty());
-    bson::BSONObjBuilder b;
-    b.append("_typeid", int32_t(123456));
-    EXPECT_FALSE(TypeManager::instance().parse(b.obj(), &err));
-    EXPECT_NE(err.find("123456"), std::string::npos);
-    bson::BSONObjBuilder c;
-    c.append("m_strOrderSysID", "1");
-    EXPECT_FALSE(TypeManager::instance().parse(c.obj(), &err));
-    bson::BSONObjBuilder d;
-    d.append("_typeid", "542");
-    EXPECT_FALSE(TypeManager::instance().parse(d.obj(), &err));
+    // JSON input: a mistyped or unknown field, an unknown class.
+    const struct {
+        const char* cls;
+        const char* field;
+        Json::Value value;
+        const char* mentions;
+    } json[] = {{"CDealDetail", "m_nVolume", "ten", "m_nVolume"},
+                {"CDealDetail", "m_nVolumee", 10, "m_nVolumee"},
+                {"CNoSuchRecord", "m_nVolume", 10, "CNoSuchRecord"}};
+    for (const auto& c : json) {
+        Json::Value v;
+        v["class"] = c.cls;
+        v[c.field] = c.value;
+        EXPECT_FALSE(records::parseJsonValue(v, &err)) << c.mentions;
+        EXPECT_NE(err.find(c.mentions), std::string::npos) << err;
+    }
 
     // Without an error argument the reason goes to the standard log; an empty document is
     // absent, not an error, and says nothing.
-    ttservice::test::LogCapture capture(utils::TT_LOG_WARN);
-    bson::BSONObjBuilder e;
-    e.append("_typeid", int32_t(123456));
-    EXPECT_FALSE(TypeManager::instance().parse(e.obj()));
-    EXPECT_FALSE(TypeManager::instance().parse(bson::BSONObj()));
-    bson::BSONObjBuilder f;
-    f.append("_typeid", int32_t(544)).append("m_nVolume", "ten");
-    EXPECT_TRUE(TypeManager::instance().parse(f.obj()));
+    test::LogCapture capture(utils::TT_LOG_WARN);
+    EXPECT_FALSE(tm.parse(rejected[1].doc));
+    EXPECT_FALSE(tm.parse(bson::BSONObj()));
+    EXPECT_TRUE(
+        tm.parse(bson::BSONObjBuilder().append("_typeid", int32_t(544)).append("m_nVolume", "ten").obj()));
     const std::vector<std::string> lines = capture.texts(utils::LOGGER_STD);
     ASSERT_EQ(2u, lines.size());
     EXPECT_NE(lines[0].find("unknown type id 123456"), std::string::npos) << lines[0];
     EXPECT_NE(lines[1].find("CDealDetail.m_nVolume"), std::string::npos) << lines[1];
 }
 
+// Real documents, mutated byte by byte, are rejected with a reason or read into whole records.
 TEST(Records, MutatedDocumentsAreRejectedOrReadIntoWholeRecords) {
-    // Real documents that between them use every field codec: nested records (an order with its
-    // account info and tag), a record map and nested records (an instrument fee), record lists
-    // holding string-list maps and lists (a custom fee table), a double map (exchange rates) and
-    // a string list (a product).
+    // Between them these use every field codec: nested records (order), a record map (instrument
+    // fee), record lists of string-list maps and lists (custom fee), a double map, a string list.
     std::vector<IDataPtr> samples = {boost::make_shared<COrderDetail>(), boost::make_shared<CInstrumentFee>(),
                                      boost::make_shared<CCustomStockInstrumentFee>(),
                                      boost::make_shared<CExchangeRate>(), boost::make_shared<CProduct>()};
     std::mt19937 rng(20261123);
+    const auto kUtf8 = static_cast<bson_validate_flags_t>(BSON_VALIDATE_UTF8 | BSON_VALIDATE_UTF8_ALLOW_NULL);
     for (const IDataPtr& sample : samples) {
         SCOPED_TRACE(sample->getClassName());
         fillAll(*sample, 1);
         if (HasFatalFailure()) return;
         const std::string good = sample->toBson().bytes();
         int accepted = 0, rejected = 0;
-        // Every byte, four mutations each: a document either fails validation with a reason, or
-        // is a document libbson accepts too and reads into a record that is whole: its own
-        // document is valid and reads back to the very same record.
+        // Four mutations of every byte. An accepted document must be one libbson accepts too, and
+        // read into a record whose own document is valid and reads back to the very same record.
         for (size_t pos = 0; pos < good.size(); ++pos) {
             for (int k = 0; k < 4; ++k) {
                 std::string bad = good;
-                const char choices[] = {static_cast<char>(0xFF), '\0',
-                                        static_cast<char>(bad[pos] ^ (1 << (rng() % 8))),
-                                        static_cast<char>(rng())};
+                const char choices[] = {char(0xFF), '\0', char(bad[pos] ^ (1 << (rng() % 8))), char(rng())};
                 bad[pos] = choices[k];
                 if (bad == good) continue;
                 std::string reason;
@@ -357,10 +327,7 @@ TEST(Records, MutatedDocumentsAreRejectedOrReadIntoWholeRecords) {
                 bson_t view;
                 ASSERT_TRUE(obj.view(&view));
                 size_t errOffset = 0;
-                EXPECT_TRUE(bson_validate(
-                    &view,
-                    static_cast<bson_validate_flags_t>(BSON_VALIDATE_UTF8 | BSON_VALIDATE_UTF8_ALLOW_NULL),
-                    &errOffset))
+                EXPECT_TRUE(bson_validate(&view, kUtf8, &errOffset))
                     << "accepted a document libbson refuses at " << errOffset << " (byte " << pos << ")";
                 std::string error;
                 IDataPtr rec = TypeManager::instance().parse(obj, &error);
@@ -389,32 +356,8 @@ TEST(Records, MutatedDocumentsAreRejectedOrReadIntoWholeRecords) {
     }
 }
 
-TEST(Records, JsonInputIsValidatedWithTheFieldNamed) {
-    std::string err;
-    IDataPtr rec = records::parseJsonValue(
-        [] {
-            Json::Value v;
-            v["class"] = "CDealDetail";
-            v["m_nVolume"] = "ten";
-            return v;
-        }(),
-        &err);
-    EXPECT_FALSE(rec);
-    EXPECT_NE(err.find("m_nVolume"), std::string::npos) << err;
-
-    Json::Value unknown;
-    unknown["class"] = "CNoSuchRecord";
-    EXPECT_FALSE(records::parseJsonValue(unknown, &err));
-    EXPECT_NE(err.find("CNoSuchRecord"), std::string::npos);
-
-    Json::Value extra;
-    extra["class"] = "CDealDetail";
-    extra["m_nVolumee"] = 10;
-    EXPECT_FALSE(records::parseJsonValue(extra, &err));
-    EXPECT_NE(err.find("m_nVolumee"), std::string::npos);
-}
-
-TEST(Records, LockHoldsTheRecordsOwnMutex) {
+// The lock holds the record's own (recursive) mutex; enumeration names for log lines.
+TEST(Records, LockAndEnumItemNames) {
     IDataPtr rec = boost::make_shared<COrderDetail>();
     bool otherGotIt = true;
     {
@@ -424,14 +367,12 @@ TEST(Records, LockHoldsTheRecordsOwnMutex) {
             if (otherGotIt) rec->mutex().unlock();
         });
         t.join();
-        IData::Lock again(rec);  // recursive: the owner may re-enter
+        IData::Lock again(rec);  // the owner may re-enter
     }
     EXPECT_FALSE(otherGotIt);
     EXPECT_TRUE(rec->mutex().try_lock());
     rec->mutex().unlock();
-}
 
-TEST(Records, EnumItemNames) {
     TypeManager& tm = TypeManager::instance();
     EXPECT_EQ(tm.getEnumItemName("EEntrustStatus", 54), "ENTRUST_STATUS_CANCELED");
     EXPECT_EQ(tm.getEnumItemName("EOffset_Flag_Type", 68), "EOFF_THOST_FTDC_OF_Exercise");

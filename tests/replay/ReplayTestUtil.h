@@ -1,5 +1,9 @@
-// Helpers of the ttreplay tests: replaying a session given as text, and reading files of the tree.
+// Helpers of the ttreplay tests: replaying a session given as text, running the tool, reading files
+// and JSON.
 #pragma once
+
+#include <gmock/gmock.h>
+#include <json/json.h>
 
 #include <fstream>
 #include <sstream>
@@ -14,26 +18,22 @@ namespace replay {
 namespace test {
 
 struct CReplayRun {
-    std::string out;
-    std::string err;
+    std::string out, err;
     Json::Value summary;
     CReplayCounters counters;
 };
 
 // Replays `session` line by line as the tool does and keeps what came out.
-inline CReplayRun replaySession(const std::string& session, bool json = false, size_t listLimit = 50) {
+inline CReplayRun replaySession(const std::string& session) {
     std::ostringstream out, err;
-    CReplayOptions options;
+    CReplayOptions options;  // text output, lists of up to 50 entries
     options.m_strSessionName = "session";
-    options.m_bJson = json;
-    options.m_nListLimit = listLimit;
     CReplayRun run;
     {
         CSessionReplayer replayer(options, out, err);
         std::istringstream in(session);
-        std::string line;
         int64_t n = 0;
-        while (std::getline(in, line)) replayer.replayLine(line, ++n);
+        for (std::string line; std::getline(in, line);) replayer.replayLine(line, ++n);
         replayer.finish();
         run.summary = replayer.summary();
         run.counters = replayer.counters();
@@ -45,8 +45,7 @@ inline CReplayRun replaySession(const std::string& session, bool json = false, s
 
 struct CToolRun {
     int status;
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
 
 // Runs the tool's command line.
@@ -63,18 +62,21 @@ inline std::string readFile(const std::string& path) {
     return s.str();
 }
 
-inline std::vector<std::string> splitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) lines.push_back(line);
-    return lines;
-}
-
 inline std::string joinLines(const std::vector<std::string>& lines) {
     std::string s;
     for (const std::string& l : lines) s += l + "\n";
     return s;
+}
+
+// One JSON document, nothing after it; a parse error fails the test.
+inline Json::Value parseJson(const std::string& text) {
+    Json::CharReaderBuilder b;
+    b["failIfExtra"] = true;
+    std::unique_ptr<Json::CharReader> reader(b.newCharReader());
+    Json::Value v;
+    std::string err;
+    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &v, &err)) << err << ": " << text;
+    return v;
 }
 
 }  // namespace test

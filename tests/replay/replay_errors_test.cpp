@@ -2,13 +2,11 @@
 // leaves the layer exactly as the session without it leaves it. The comparison replaces the bad
 // line by a comment, so both sessions have the same line numbers.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 
 #include "ReplayTestUtil.h"
+#include "testing/TempDir.h"
 
 namespace ttservice {
 namespace replay {
@@ -16,6 +14,7 @@ namespace {
 
 using test::joinLines;
 using test::replaySession;
+using ::testing::HasSubstr;
 
 // A small session with two accounts; a bad line is inserted before the line index given.
 const std::vector<std::string> kBase = {
@@ -44,147 +43,118 @@ struct CBadLine {
     const char* reason;  // expected in the message
 };
 
-std::vector<CBadLine> badLines() {
-    return {
-        {"BadJson", 3, R"({"event":"record","account":)", "bad JSON"},
-        {"TrailingGarbage", 3, R"({"event":"advance","ms":1} x)", "bad JSON"},
-        {"NotAnObject", 3, R"([1,2,3])", "an event must be a JSON object"},
-        {"NoEventName", 3, R"({"account":"10001_A1"})", "needs a string member \"event\""},
-        {"UnknownEvent", 3, R"({"event":"recrod","account":"10001_A1"})", "unknown event 'recrod'"},
-        {"UnknownMember", 9,
-         R"({"event":"record","account":"10001_A1","cach_only":true,"record":{"class":"CAccountDetail"}})",
-         "unknown member 'cach_only'"},
-        {"MemberOfWrongType", 9,
-         R"({"event":"record","account":"10001_A1","cache_only":"yes","record":{"class":"CAccountDetail"}})",
-         "member 'cache_only' must be true or false"},
-        {"RecordWithoutClass", 9, R"({"event":"record","account":"10001_A1","record":{"m_dBalance":1}})",
-         "record has no \"class\""},
-        {"UnknownClass", 9, R"({"event":"record","account":"10001_A1","record":{"class":"CFooDetail"}})",
-         "unknown class 'CFooDetail'"},
-        {"UnknownField", 9,
-         R"({"event":"record","account":"10001_A1","record":{"class":"COrderDetail","m_strOrderSysID":"1","m_nVolumee":5}})",
-         "unknown field 'm_nVolumee' of COrderDetail"},
-        {"FieldOfWrongType", 9,
-         R"({"event":"record","account":"10001_A1","record":{"class":"COrderDetail","m_strOrderSysID":"1","m_nVolumeTotalOriginal":"ten"}})",
-         "field 'm_nVolumeTotalOriginal' of COrderDetail: expects a 32-bit integer"},
-        {"NestedRecordOfWrongClass", 9,
-         R"({"event":"record","account":"10001_A1","record":{"class":"COrderDetail","m_tag":{"class":"CDealDetail"}}})",
-         "m_tag"},
-        {"UnknownAccount", 9,
-         R"({"event":"record","account":"10001_ZZ","record":{"class":"CAccountDetail"}})",
-         "unknown account '10001_ZZ'"},
-        {"RecordBeforeItsAccountIsCreated", 11,
-         R"({"event":"record","account":"20001_F1","record":{"class":"CAccountDetail","m_dBalance":5}})",
-         "unknown account '20001_F1' (no create_account for it before this line)"},
-        {"FlushWithoutCaching", 10, R"({"event":"flush","account":"10001_A1"})", "without start_cache"},
-        {"CreatedTwice", 5,
-         R"({"event":"create_account","info":{"m_nPlatformID":10001,"m_strAccountID":"A1"}})",
-         "account '10001_A1' was already created at line 3"},
-        {"AccountInfoWithoutId", 3, R"({"event":"create_account","info":{"m_nPlatformID":10001}})",
-         "the account info needs m_strAccountID"},
-        {"RegisteredTwice", 5, R"({"event":"register","account":"10001_A1"})", "is already registered"},
-        {"RemoveOfUnregistered", 13, R"({"event":"remove","account":"20001_F1"})",
-         "account '20001_F1' is not registered"},
-        {"ClockAfterATimerIsArmed", 6, R"({"event":"clock","start":"2024-03-15 09:30:00"})",
-         "only while no refresh timer is armed"},
-        {"ClockOfBadTime", 0, R"({"event":"clock","start":"2024-02-30 09:30:00"})",
-         "member 'start' must be a time"},
-        {"NegativeAdvance", 13, R"({"event":"advance","ms":-5})", "must not be negative"},
-        {"QuoteWithoutInstrument", 10,
-         R"({"event":"quote","quote":{"m_strExchangeID":"SH","m_dLastPrice":7}})",
-         "a quote needs m_strExchangeID and m_strInstrumentID"},
-        {"QuoteOfAnotherClass", 10, R"({"event":"quote","quote":{"class":"CDealDetail"}})",
-         "member 'quote' must be a CPriceData, not a CDealDetail"},
-        {"TickOfZero", 2, R"({"event":"tick_table","key":"SH","ticks":[[100,0.01],[1000,0]]})",
-         "ticks[1]: the tick must be positive"},
-        {"TickPairMalformed", 2, R"({"event":"tick_table","key":"SH","ticks":[[100]]})",
-         "ticks[0] must be a"},
-        {"CustomFeesOfUnknownMarket", 4,
-         R"({"event":"custom_fees","account":"10001_A1","market":"bond","table":{}})",
-         "member 'market' must be one of"},
-        {"UnknownQuery", 15, R"({"event":"query","what":"volume","account":"10001_A1"})",
-         "unknown query 'volume'"},
-        {"QueryMissingMember", 15, R"({"event":"query","what":"undealt_volume","account":"10001_A1"})",
-         "missing member 'instrument'"},
-        {"QueryOfUnknownAccount", 15,
-         R"({"event":"query","what":"undealt_volume","account":"1_X","instrument":"600000"})",
-         "unknown account '1_X'"},
-        {"FeesOfUnknownInstrument", 15,
-         R"({"event":"query","what":"fees","account":"10001_A1","exchange":"SH","instrument":"999999"})",
-         "unknown instrument SH 999999"},
-        {"OrderPriceForNeither", 15,
-         R"({"event":"query","what":"order_price","exchange":"SH","instrument":"600000","price_type":4,"operation":18,"for":"both"})",
-         "member 'for' must be"},
-    };
-}
-
-void PrintTo(const CBadLine& bad, std::ostream* os) {
-    *os << bad.name << ": " << bad.line;
-}
+const std::vector<CBadLine> kBadLines = {
+    {"BadJson", 3, R"({"event":"record","account":)", "bad JSON"},
+    {"TrailingGarbage", 3, R"({"event":"advance","ms":1} x)", "bad JSON"},
+    {"NotAnObject", 3, R"([1,2,3])", "an event must be a JSON object"},
+    {"NoEventName", 3, R"({"account":"10001_A1"})", "needs a string member \"event\""},
+    {"UnknownEvent", 3, R"({"event":"recrod","account":"10001_A1"})", "unknown event 'recrod'"},
+    {"UnknownMember", 9,
+     R"({"event":"record","account":"10001_A1","cach_only":true,"record":{"class":"CAccountDetail"}})",
+     "unknown member 'cach_only'"},
+    {"MemberOfWrongType", 9,
+     R"({"event":"record","account":"10001_A1","cache_only":"yes","record":{"class":"CAccountDetail"}})",
+     "member 'cache_only' must be true or false"},
+    {"RecordWithoutClass", 9, R"({"event":"record","account":"10001_A1","record":{"m_dBalance":1}})",
+     "record has no \"class\""},
+    {"UnknownClass", 9, R"({"event":"record","account":"10001_A1","record":{"class":"CFooDetail"}})",
+     "unknown class 'CFooDetail'"},
+    {"UnknownField", 9,
+     R"({"event":"record","account":"10001_A1","record":{"class":"COrderDetail","m_strOrderSysID":"1","m_nVolumee":5}})",
+     "unknown field 'm_nVolumee' of COrderDetail"},
+    {"FieldOfWrongType", 9,
+     R"({"event":"record","account":"10001_A1","record":{"class":"COrderDetail","m_strOrderSysID":"1","m_nVolumeTotalOriginal":"ten"}})",
+     "field 'm_nVolumeTotalOriginal' of COrderDetail: expects a 32-bit integer"},
+    {"NestedRecordOfWrongClass", 9,
+     R"({"event":"record","account":"10001_A1","record":{"class":"COrderDetail","m_tag":{"class":"CDealDetail"}}})",
+     "m_tag"},
+    {"UnknownAccount", 9, R"({"event":"record","account":"10001_ZZ","record":{"class":"CAccountDetail"}})",
+     "unknown account '10001_ZZ'"},
+    {"RecordBeforeItsAccountIsCreated", 11,
+     R"({"event":"record","account":"20001_F1","record":{"class":"CAccountDetail","m_dBalance":5}})",
+     "unknown account '20001_F1' (no create_account for it before this line)"},
+    {"FlushWithoutCaching", 10, R"({"event":"flush","account":"10001_A1"})", "without start_cache"},
+    {"CreatedTwice", 5, R"({"event":"create_account","info":{"m_nPlatformID":10001,"m_strAccountID":"A1"}})",
+     "account '10001_A1' was already created at line 3"},
+    {"AccountInfoWithoutId", 3, R"({"event":"create_account","info":{"m_nPlatformID":10001}})",
+     "the account info needs m_strAccountID"},
+    {"RegisteredTwice", 5, R"({"event":"register","account":"10001_A1"})", "is already registered"},
+    {"RemoveOfUnregistered", 13, R"({"event":"remove","account":"20001_F1"})",
+     "account '20001_F1' is not registered"},
+    {"ClockAfterATimerIsArmed", 6, R"({"event":"clock","start":"2024-03-15 09:30:00"})",
+     "only while no refresh timer is armed"},
+    {"ClockOfBadTime", 0, R"({"event":"clock","start":"2024-02-30 09:30:00"})",
+     "member 'start' must be a time"},
+    {"NegativeAdvance", 13, R"({"event":"advance","ms":-5})", "must not be negative"},
+    {"QuoteWithoutInstrument", 10, R"({"event":"quote","quote":{"m_strExchangeID":"SH","m_dLastPrice":7}})",
+     "a quote needs m_strExchangeID and m_strInstrumentID"},
+    {"QuoteOfAnotherClass", 10, R"({"event":"quote","quote":{"class":"CDealDetail"}})",
+     "member 'quote' must be a CPriceData, not a CDealDetail"},
+    {"TickOfZero", 2, R"({"event":"tick_table","key":"SH","ticks":[[100,0.01],[1000,0]]})",
+     "ticks[1]: the tick must be positive"},
+    {"TickPairMalformed", 2, R"({"event":"tick_table","key":"SH","ticks":[[100]]})", "ticks[0] must be a"},
+    {"CustomFeesOfUnknownMarket", 4,
+     R"({"event":"custom_fees","account":"10001_A1","market":"bond","table":{}})",
+     "member 'market' must be one of"},
+    {"UnknownQuery", 15, R"({"event":"query","what":"volume","account":"10001_A1"})",
+     "unknown query 'volume'"},
+    {"QueryMissingMember", 15, R"({"event":"query","what":"undealt_volume","account":"10001_A1"})",
+     "missing member 'instrument'"},
+    {"QueryOfUnknownAccount", 15,
+     R"({"event":"query","what":"undealt_volume","account":"1_X","instrument":"600000"})",
+     "unknown account '1_X'"},
+    {"FeesOfUnknownInstrument", 15,
+     R"({"event":"query","what":"fees","account":"10001_A1","exchange":"SH","instrument":"999999"})",
+     "unknown instrument SH 999999"},
+    {"OrderPriceForNeither", 15,
+     R"({"event":"query","what":"order_price","exchange":"SH","instrument":"600000","price_type":4,"operation":18,"for":"both"})",
+     "member 'for' must be"},
+};
 
 // The output without its last line, the counts ("... N lines skipped"), which must differ.
 std::string withoutCounts(const std::string& out) {
-    const size_t last = out.rfind("\nreplayed: ");
-    return last == std::string::npos ? out : out.substr(0, last);
+    return out.substr(0, out.rfind("\nreplayed: "));
 }
 
-class ReplayBadLineTest : public ::testing::TestWithParam<CBadLine> {};
-
-TEST_P(ReplayBadLineTest, IsReportedWithItsLineAndLeavesTheStateAsWithoutIt) {
-    const CBadLine& bad = GetParam();
-    std::vector<std::string> with = kBase, without = kBase;
-    with.insert(with.begin() + static_cast<std::ptrdiff_t>(bad.before), bad.line);
-    without.insert(without.begin() + static_cast<std::ptrdiff_t>(bad.before), "# the bad line");
-    const int lineNo = static_cast<int>(bad.before) + 1;
-
-    const test::CReplayRun a = replaySession(joinLines(with));
-    const test::CReplayRun b = replaySession(joinLines(without));
-
-    EXPECT_EQ(1u, a.counters.m_nErrors) << a.err;
-    EXPECT_EQ(0u, b.counters.m_nErrors) << b.err;
-    const std::string where = "session:" + std::to_string(lineNo) + ": ";
-    EXPECT_EQ(0u, a.err.find(where)) << a.err;
-    EXPECT_NE(std::string::npos, a.err.find(bad.reason)) << a.err;
-    EXPECT_NE(std::string::npos, a.err.find("(line skipped)")) << a.err;
-    EXPECT_EQ(1u, std::count(a.err.begin(), a.err.end(), '\n')) << "one line per bad line: " << a.err;
-    // Nothing applied: the same answers, the same summary.
-    EXPECT_EQ(withoutCounts(b.out), withoutCounts(a.out));
-    EXPECT_NE(std::string::npos, a.out.find("; 1 lines skipped\n")) << a.out;
-    EXPECT_EQ(b.summary, a.summary);
-    EXPECT_EQ(b.counters.m_nEvents, a.counters.m_nEvents);
+TEST(ReplayBadLines, EachIsReportedWithItsLineAndLeavesTheStateAsWithoutIt) {
+    for (const CBadLine& bad : kBadLines) {
+        SCOPED_TRACE(std::string(bad.name) + ": " + bad.line);
+        std::vector<std::string> with = kBase, without = kBase;
+        with.insert(with.begin() + static_cast<std::ptrdiff_t>(bad.before), bad.line);
+        without.insert(without.begin() + static_cast<std::ptrdiff_t>(bad.before), "# the bad line");
+        const test::CReplayRun a = replaySession(joinLines(with));
+        const test::CReplayRun b = replaySession(joinLines(without));
+        EXPECT_EQ(1u, a.counters.m_nErrors) << a.err;
+        EXPECT_EQ(0u, b.counters.m_nErrors) << b.err;
+        EXPECT_THAT(a.err, ::testing::StartsWith("session:" + std::to_string(bad.before + 1) + ": "));
+        EXPECT_THAT(a.err, HasSubstr(bad.reason));
+        EXPECT_THAT(a.err, HasSubstr("(line skipped)"));
+        EXPECT_EQ(1u, std::count(a.err.begin(), a.err.end(), '\n')) << "one line per bad line: " << a.err;
+        // Nothing applied: the same answers, the same summary.
+        EXPECT_EQ(withoutCounts(b.out), withoutCounts(a.out));
+        EXPECT_THAT(a.out, HasSubstr("; 1 lines skipped\n"));
+        EXPECT_EQ(b.summary, a.summary);
+        EXPECT_EQ(b.counters.m_nEvents, a.counters.m_nEvents);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Lines, ReplayBadLineTest, ::testing::ValuesIn(badLines()),
-                         [](const ::testing::TestParamInfo<CBadLine>& p) {
-                             return std::string(p.param.name);
-                         });
-
-TEST(ReplayBadLines, TheReplayGoesOnAfterEveryBadLine) {
+// The tool goes on after every bad line, names each, and exits with 1.
+TEST(ReplayBadLines, TheToolGoesOnAfterEveryBadLineAndExitsWithOne) {
     std::vector<std::string> lines = kBase;
+    lines.push_back(R"({"event":"nope"})");
     lines.insert(lines.begin() + 9, "not json at all");
     lines.insert(lines.begin() + 2,
                  R"({"event":"record","account":"10001_A1","record":{"class":"CAccountDetail"}})");
-    const test::CReplayRun r = replaySession(joinLines(lines));
-    EXPECT_EQ(2u, r.counters.m_nErrors);
-    EXPECT_NE(std::string::npos, r.err.find("session:3: unknown account '10001_A1'")) << r.err;
-    EXPECT_NE(std::string::npos, r.err.find("session:11: bad JSON")) << r.err;
-    // The lines after them were applied: the last query answered.
-    EXPECT_NE(std::string::npos, r.out.find("order_price SH 600000 type 4 operation 18 for order: 7.11"))
-        << r.out;
-}
-
-TEST(ReplayBadLines, ToolExitsWithOneWhenLinesWereSkipped) {
-    char path[] = "/tmp/tt-replay-bad-XXXXXX";
-    const int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    const std::string text = joinLines(kBase) + "{\"event\":\"nope\"}\n";
-    ASSERT_EQ(static_cast<ssize_t>(text.size()), write(fd, text.data(), text.size()));
-    close(fd);
+    ttservice::test::TempDir dir("tt-replay-bad");
+    const std::string path = dir.write("bad.jsonl", joinLines(lines));
     const test::CToolRun r = test::runTool({path, "--no-store"});
-    std::remove(path);
     EXPECT_EQ(EXIT_ERRORS, r.status);
-    EXPECT_NE(std::string::npos, r.err.find(":17: unknown event 'nope'")) << r.err;
-    EXPECT_NE(std::string::npos, r.err.find("1 skipped")) << r.err;
+    EXPECT_THAT(r.err, HasSubstr(path + ":3: unknown account '10001_A1'"));
+    EXPECT_THAT(r.err, HasSubstr(path + ":11: bad JSON"));
+    EXPECT_THAT(r.err, HasSubstr(path + ":19: unknown event 'nope'"));
+    EXPECT_THAT(r.err, HasSubstr("3 skipped"));
+    // The lines after them were applied: the last query answered.
+    EXPECT_THAT(r.out, HasSubstr("order_price SH 600000 type 4 operation 18 for order: 7.11"));
 }
 
 }  // namespace

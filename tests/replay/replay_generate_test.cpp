@@ -3,10 +3,7 @@
 // the traded volume of their orders, partial fills, cancels).
 #include <gtest/gtest.h>
 #include <json/json.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <regex>
 #include <set>
@@ -14,6 +11,7 @@
 
 #include "ReplayTestUtil.h"
 #include "SessionGenerator.h"
+#include "testing/TempDir.h"
 
 namespace ttservice {
 namespace replay {
@@ -32,31 +30,31 @@ std::string generate(int accounts, uint64_t records, uint64_t seed, int instrume
 
 std::vector<Json::Value> events(const std::string& session) {
     std::vector<Json::Value> out;
-    Json::CharReaderBuilder b;
-    std::unique_ptr<Json::CharReader> reader(b.newCharReader());
-    for (const std::string& line : test::splitLines(session)) {
-        if (line.empty() || line[0] == '#') continue;
-        Json::Value v;
-        std::string err;
-        EXPECT_TRUE(reader->parse(line.data(), line.data() + line.size(), &v, &err)) << err << ": " << line;
-        out.push_back(v);
-    }
+    std::istringstream in(session);
+    for (std::string line; std::getline(in, line);)
+        if (!line.empty() && line[0] != '#') out.push_back(test::parseJson(line));
     return out;
 }
 
-TEST(ReplayGenerate, SameSeedSameBytesOtherSeedOtherSession) {
+// The same seed gives the same bytes, on standard output or through the tool to a file; another seed
+// another session; exactly the records asked for; bad options are usage errors.
+TEST(ReplayGenerate, SameOptionsSameBytesAndExactlyTheRecordsAskedFor) {
     const std::string a = generate(4, 3000, 42);
     EXPECT_EQ(a, generate(4, 3000, 42));
     EXPECT_NE(a, generate(4, 3000, 43));
-}
-
-TEST(ReplayGenerate, WritesExactlyTheRecordsAskedFor) {
     for (uint64_t records : {0ULL, 1ULL, 37ULL, 2500ULL}) {
         size_t n = 0;
-        for (const Json::Value& e : events(generate(4, records, 5)))
-            if (e["event"].asString() == "record") ++n;
+        for (const Json::Value& e : events(generate(4, records, 5))) n += e["event"].asString() == "record";
         EXPECT_EQ(records, n) << "records " << records;
     }
+    ttservice::test::TempDir dir("tt-replay-gen");
+    const test::CToolRun r = test::runTool({"generate", "--accounts", "4", "--records", "500", "--seed", "7",
+                                            "--instruments", "300", "-o", dir.file("s.jsonl")});
+    EXPECT_EQ(EXIT_OK, r.status) << r.err;
+    EXPECT_EQ(generate(4, 500, 7, 300), test::readFile(dir.file("s.jsonl")));
+    EXPECT_EQ(EXIT_USAGE, test::runTool({"generate", "--accounts", "0"}).status);
+    EXPECT_EQ(EXIT_USAGE, test::runTool({"generate", "--records", "many"}).status);
+    EXPECT_EQ(EXIT_USAGE, test::runTool({"generate", "--speed", "3"}).status);
 }
 
 TEST(ReplayGenerate, ReplaysWithoutASkippedLine) {
@@ -73,12 +71,16 @@ TEST(ReplayGenerate, ReplaysWithoutASkippedLine) {
     EXPECT_NE(std::string::npos, r.out.find("revalue")) << "clock advances fire the refresh timers";
 }
 
-TEST(ReplayGenerate, AccountsOfEveryFamilyAndInstrumentsWithRealLookingCodes) {
+// Accounts of every platform family; instruments with real-looking codes of each market; the deals
+// of every order add up to the traded volume of its last version; partial fills and cancels occur.
+TEST(ReplayGenerate, AccountsInstrumentsOrdersAndDealsLookRealAndHoldTogether) {
     std::set<std::string> families;
     std::map<std::string, std::set<std::string> > prefixes;  // market -> code shapes seen
     const std::regex futures("^(cu|al|rb|m|i|a|IF|IC)2[45][01][0-9]$|^(SR|CF|TA)[45][01][0-9]$");
-    size_t instruments = 0;
-    for (const Json::Value& e : events(generate(4, 100, 3, 2000))) {
+    size_t instruments = 0, cancelled = 0, partlyCancelled = 0;
+    std::map<std::string, int> traded, dealt, status;  // by account and order id
+    std::set<std::string> partlyTraded;                // orders seen partly traded at some point
+    for (const Json::Value& e : events(generate(4, 6000, 11, 2000))) {
         const std::string name = e["event"].asString();
         if (name == "create_account") {
             const int p = e["info"]["m_nPlatformID"].asInt();
@@ -88,7 +90,6 @@ TEST(ReplayGenerate, AccountsOfEveryFamilyAndInstrumentsWithRealLookingCodes) {
                             : p >= 51001 && p < 59999 ? "hgt"
                                                       : "other");
         }
-        if (name != "instruments") continue;
         for (const Json::Value& i : e["instruments"]) {
             ++instruments;
             const std::string market = i["m_strExchangeID"].asString(),
@@ -103,6 +104,17 @@ TEST(ReplayGenerate, AccountsOfEveryFamilyAndInstrumentsWithRealLookingCodes) {
                 prefixes[market].insert(code);
             }
         }
+        const Json::Value& r = e["record"];
+        const std::string id = e["account"].asString() + "/" + r["m_strOrderSysID"].asString();
+        if (r["class"] == "COrderDetail") {
+            traded[id] = r.get("m_nVolumeTraded", 0).asInt();
+            status[id] = r["m_eOrderStatus"].asInt();
+            if (status[id] == 55) partlyTraded.insert(id);
+            EXPECT_LE(traded[id], r["m_nVolumeTotalOriginal"].asInt()) << id;
+        } else if (r["class"] == "CDealDetail") {
+            ASSERT_TRUE(traded.count(id)) << "a deal of an order not seen before: " << id;
+            dealt[id] += r["m_nVolume"].asInt();
+        }
     }
     EXPECT_EQ((std::set<std::string>{"stock", "futures", "option", "hgt"}), families);
     EXPECT_GT(instruments, 2000u);
@@ -111,28 +123,6 @@ TEST(ReplayGenerate, AccountsOfEveryFamilyAndInstrumentsWithRealLookingCodes) {
     EXPECT_TRUE(prefixes["SHFE"].count("rb2405"));
     EXPECT_TRUE(prefixes["CZCE"].count("SR405"));
     EXPECT_TRUE(prefixes["CFFEX"].count("IF2406"));
-}
-
-// The last version of every order tells its traded volume; the deals of that order add up to it.
-TEST(ReplayGenerate, DealsAddUpToTheTradedVolumeOfTheirOrders) {
-    std::map<std::string, int> traded, dealt, status;  // by account and order id
-    std::set<std::string> partlyTraded;                // orders seen partly traded at some point
-    size_t cancelled = 0, partlyCancelled = 0;
-    for (const Json::Value& e : events(generate(4, 6000, 11))) {
-        if (e["event"].asString() != "record") continue;
-        const Json::Value& r = e["record"];
-        const std::string cls = r["class"].asString();
-        const std::string id = e["account"].asString() + "/" + r["m_strOrderSysID"].asString();
-        if (cls == "COrderDetail") {
-            traded[id] = r.get("m_nVolumeTraded", 0).asInt();
-            status[id] = r["m_eOrderStatus"].asInt();
-            if (status[id] == 55) partlyTraded.insert(id);
-            EXPECT_LE(traded[id], r["m_nVolumeTotalOriginal"].asInt()) << id;
-        } else if (cls == "CDealDetail") {
-            ASSERT_TRUE(traded.count(id)) << "a deal of an order not seen before: " << id;
-            dealt[id] += r["m_nVolume"].asInt();
-        }
-    }
     for (const auto& kv : traded) {
         EXPECT_EQ(kv.second, dealt[kv.first]) << kv.first;
         partlyCancelled += status[kv.first] == 53;
@@ -141,21 +131,6 @@ TEST(ReplayGenerate, DealsAddUpToTheTradedVolumeOfTheirOrders) {
     EXPECT_GT(partlyTraded.size(), 0u);
     EXPECT_GT(cancelled, 0u);
     EXPECT_GT(partlyCancelled, 0u);
-}
-
-TEST(ReplayGenerate, ToolWritesTheSameSessionToAFileAndRefusesBadOptions) {
-    char dir[] = "/tmp/tt-replay-gen-XXXXXX";
-    ASSERT_TRUE(mkdtemp(dir));
-    const std::string file = std::string(dir) + "/s.jsonl";
-    const test::CToolRun r = test::runTool({"generate", "--accounts", "4", "--records", "500", "--seed", "7",
-                                            "--instruments", "300", "-o", file});
-    EXPECT_EQ(EXIT_OK, r.status) << r.err;
-    EXPECT_EQ(generate(4, 500, 7, 300), test::readFile(file));
-    std::remove(file.c_str());
-    rmdir(dir);
-    EXPECT_EQ(EXIT_USAGE, test::runTool({"generate", "--accounts", "0"}).status);
-    EXPECT_EQ(EXIT_USAGE, test::runTool({"generate", "--records", "many"}).status);
-    EXPECT_EQ(EXIT_USAGE, test::runTool({"generate", "--speed", "3"}).status);
 }
 
 }  // namespace

@@ -1,12 +1,13 @@
 // The session parser on its own: what each event decodes to, the defaults of optional members,
 // comments and line ends, and that it never looks at state (an unknown account parses).
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include "SessionEvent.h"
 
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <fstream>
 #include <set>
+
+#include "SessionEvent.h"
 
 namespace ttservice {
 namespace replay {
@@ -28,18 +29,18 @@ std::string errorOf(const std::string& line) {
     return error;
 }
 
-TEST(SessionParser, BlankAndCommentLinesHoldNoEvent) {
+// Blank and comment lines hold no event; a line ending in a carriage return parses.
+TEST(SessionParser, BlankAndCommentLinesHoldNoEventAndCarriageReturnsAreIgnored) {
     for (const char* line : {"", "   ", "\t\r", "# a comment", "   # indented comment"})
         EXPECT_TRUE(CSessionParser::isBlank(line)) << "'" << line << "'";
     for (const char* line : {"{}", " {\"event\":\"advance\",\"ms\":1}", "x#"})
         EXPECT_FALSE(CSessionParser::isBlank(line)) << "'" << line << "'";
-}
-
-TEST(SessionParser, ALineEndingInCarriageReturnParses) {
     EXPECT_EQ(5, parse("{\"event\":\"advance\",\"ms\":5}\r").m_nMillis);
 }
 
-TEST(SessionParser, RecordEventDecodesTheRecordOfItsClassAndNamesNoState) {
+// A record decodes to its class and names an account without looking it up; optional members take
+// their documented defaults.
+TEST(SessionParser, EventsDecodeWithTheDefaultsOfOptionalMembersAndNoState) {
     const CSessionEvent e = parse(
         R"({"event":"record","account":"nobody","record":{"class":"CDealDetail","m_strTradeID":"T1","m_nVolume":3}})");
     EXPECT_EQ(CSessionEvent::RECORD, e.m_eKind);
@@ -52,9 +53,7 @@ TEST(SessionParser, RecordEventDecodesTheRecordOfItsClassAndNamesNoState) {
     EXPECT_TRUE(
         parse(R"({"event":"record","account":"a","cache_only":true,"record":{"class":"CAccountDetail"}})")
             .m_bFlag);
-}
 
-TEST(SessionParser, OptionalMembersTakeTheirDocumentedDefaults) {
     const CSessionEvent account =
         parse(R"({"event":"create_account","info":{"m_nPlatformID":20001,"m_strAccountID":"9"}})");
     EXPECT_EQ(DEFAULT_UPDATE_INTERVAL_MS, account.m_nMillis);
@@ -83,7 +82,8 @@ TEST(SessionParser, OptionalMembersTakeTheirDocumentedDefaults) {
     EXPECT_EQ(FEE_HGT, fees.m_eFamily);
 }
 
-TEST(SessionParser, InstrumentsReplaceTheirOwnMarketsUnlessMarketsAreGiven) {
+// Instruments replace their own markets unless markets are given; clocks and fee tables decode.
+TEST(SessionParser, InstrumentsClocksAndFeeTablesDecode) {
     const CSessionEvent own = parse(
         R"({"event":"instruments","instruments":[{"m_strExchangeID":"SZ","m_strInstrumentID":"000001"},{"m_strExchangeID":"SH","m_strInstrumentID":"600000"},{"m_strExchangeID":"SZ","m_strInstrumentID":"300001"}]})");
     EXPECT_EQ((std::vector<std::string>{"SZ", "SH"}), own.m_markets);
@@ -91,9 +91,7 @@ TEST(SessionParser, InstrumentsReplaceTheirOwnMarketsUnlessMarketsAreGiven) {
     EXPECT_TRUE(boost::dynamic_pointer_cast<CInstrumentDetail>(own.m_records[2]));
     EXPECT_TRUE(parse(R"({"event":"instruments","markets":[],"instruments":[{"m_strExchangeID":"SH"}]})")
                     .m_markets.empty());
-}
 
-TEST(SessionParser, ClocksAndFeeTablesDecode) {
     const CSessionEvent clock = parse(R"({"event":"clock","start":"2024-03-15 01:25:07"})");
     EXPECT_EQ("2024-Mar-15 01:25:07", boost::posix_time::to_simple_string(clock.m_clock));
 
@@ -105,11 +103,6 @@ TEST(SessionParser, ClocksAndFeeTablesDecode) {
     ASSERT_TRUE(table);
     ASSERT_EQ(1u, table->m_vMarginRates.size());
     EXPECT_EQ("1", table->m_vMarginRates[0]->m_strCategory);
-    EXPECT_NE(
-        std::string::npos,
-        errorOf(
-            R"({"event":"custom_fees","account":"a","market":"stock","table":{"class":"CCustomFutureInstrumentFee"}})")
-            .find("must be a CCustomStockInstrumentFee"));
 }
 
 // docs/session-format.md shows an example of every event and every query; each example line of its
@@ -147,16 +140,19 @@ TEST(SessionParser, TheFormatPageHasAValidExampleOfEveryEventAndQuery) {
     EXPECT_EQ(allQueries, queries);
 }
 
-TEST(SessionParser, JsonErrorsComeOnOneLineAndNameTheColumn) {
-    const std::string error = errorOf("{\"event\":\n");
-    EXPECT_EQ(0u, error.find("bad JSON: ")) << error;
-    EXPECT_EQ(std::string::npos, error.find('\n')) << error;
-    // jsoncpp's own "Line 1" would read as the session's line 1.
-    const std::string column = errorOf(R"({"event":"record","account":)");
-    EXPECT_EQ(0u, column.find("bad JSON: column 29: ")) << column;
-    EXPECT_EQ(std::string::npos, column.find("Line")) << column;
-    EXPECT_NE(std::string::npos, errorOf(R"({"event":"advance","ms":1,"ms":2})").find("bad JSON"))
-        << "a duplicate member is refused";
+// Errors come on one line; a JSON error names the column, not jsoncpp's "Line 1" (which would read as
+// the session's line 1); a duplicate member is refused; a fee table of the wrong class is named.
+TEST(SessionParser, ErrorsComeOnOneLineAndNameTheColumn) {
+    using ::testing::HasSubstr;
+    using ::testing::StartsWith;
+    EXPECT_THAT(errorOf("{\"event\":\n"), AllOf(StartsWith("bad JSON: "), Not(HasSubstr("\n"))));
+    EXPECT_THAT(errorOf(R"({"event":"record","account":)"),
+                AllOf(StartsWith("bad JSON: column 29: "), Not(HasSubstr("Line"))));
+    EXPECT_THAT(errorOf(R"({"event":"advance","ms":1,"ms":2})"), HasSubstr("bad JSON"));
+    EXPECT_THAT(
+        errorOf(
+            R"({"event":"custom_fees","account":"a","market":"stock","table":{"class":"CCustomFutureInstrumentFee"}})"),
+        HasSubstr("must be a CCustomStockInstrumentFee"));
 }
 
 }  // namespace

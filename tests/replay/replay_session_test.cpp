@@ -11,16 +11,27 @@ namespace {
 
 using test::joinLines;
 using test::replaySession;
+using ::testing::HasSubstr;
 
 const std::string kStock =
     R"({"event":"create_account","info":{"m_nPlatformID":10001,"m_nAccountType":2,"m_strAccountID":"S"}})";
-const std::string kRegister = R"({"event":"register","account":"10001_S"})";
-const std::string kInit = R"({"event":"initialize","account":"10001_S"})";
+
+// An account event ("register", "flush", ...) of the stock account.
+std::string ev(const std::string& name) {
+    return R"({"event":")" + name + R"(","account":"10001_S"})";
+}
 
 std::string record(const std::string& json, bool cacheOnly = false) {
     return std::string(R"({"event":"record","account":"10001_S",)") +
            (cacheOnly ? R"("cache_only":true,)" : "") + "\"record\":" + json + "}";
 }
+
+std::string order(const std::string& id) {
+    return record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":")" + id + "\"}");
+}
+
+const std::string kPosition = record(
+    R"({"class":"CPositionDetail","m_strExchangeID":"SH","m_strInstrumentID":"600000","m_nVolume":100})");
 
 const Json::Value& account(const test::CReplayRun& r) {
     return r.summary["accounts"][0];
@@ -36,84 +47,59 @@ TEST(ReplaySession, RecordsWithoutAccountInfoGetTheAccounts) {
     ASSERT_EQ(0u, r.counters.m_nErrors) << r.err;
     EXPECT_EQ(1u, account(r)["openOrderCount"].asUInt64())
         << "completed by the stock account's rule: still open";
-    // Without any account info an order is never complete; with the futures info of its own it is.
+    // A record's own account info is kept: with the futures info of its own the order is complete.
     const test::CReplayRun own = replaySession(joinLines(
         {kStock,
          record(kFilledButPartStatus +
                 R"(,"m_accountInfo":{"m_nPlatformID":20001,"m_nAccountType":1,"m_strAccountID":"F"}})")}));
-    EXPECT_EQ(0u, account(own)["openOrderCount"].asUInt64()) << "a record's own account info is kept";
+    EXPECT_EQ(0u, account(own)["openOrderCount"].asUInt64());
 }
 
+// The cache replays in kind and key order with the funds last, and nothing goes one by one while
+// caching; a cache-only record allows a flush without start_cache.
 TEST(ReplaySession, TheCacheReplaysInKindAndKeyOrderWithTheFundsLast) {
-    const test::CReplayRun r = replaySession(joinLines({
-        kStock,
-        kRegister,
-        kInit,
-        R"({"event":"start_cache","account":"10001_S"})",
-        record(R"({"class":"CAccountDetail","m_dAvailable":1})"),
-        record(R"({"class":"CDealDetail","m_strExchangeID":"SH","m_strTradeID":"T2","m_strOrderSysID":"2"})"),
-        record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":"2"})"),
-        record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":"1"})"),
-        R"({"event":"flush","account":"10001_S"})",
-    }));
+    const test::CReplayRun r = replaySession(joinLines(
+        {kStock, ev("register"), ev("initialize"), ev("start_cache"),
+         record(R"({"class":"CAccountDetail","m_dAvailable":1})"),
+         record(
+             R"({"class":"CDealDetail","m_strExchangeID":"SH","m_strTradeID":"T2","m_strOrderSysID":"2"})"),
+         order("2"), order("1"), ev("flush"), record(R"({"class":"CAccountDetail","m_dAvailable":1})", true),
+         ev("flush")}));
     ASSERT_EQ(0u, r.counters.m_nErrors) << r.err;
     const Json::Value& flushes = account(r)["dataCenter"]["flushes"];
-    ASSERT_EQ(1u, flushes.size());
-    std::vector<std::string> order;
+    ASSERT_EQ(2u, flushes.size());
+    std::vector<std::string> replayed;
     for (const Json::Value& k : flushes[0]["order"])
-        order.push_back(k["kind"].asString() + ":" + k["key"].asString());
-    EXPECT_EQ((std::vector<std::string>{"542:SH_1", "542:SH_2", "544:SH_T2_0", "543:10001_S"}), order);
+        replayed.push_back(k["kind"].asString() + ":" + k["key"].asString());
+    EXPECT_EQ((std::vector<std::string>{"542:SH_1", "542:SH_2", "544:SH_T2_0", "543:10001_S"}), replayed);
     EXPECT_TRUE(account(r)["dataCenter"]["forwarded"].empty()) << "nothing went one by one while caching";
-    EXPECT_NE(std::string::npos, r.out.find("line 9 flush 10001_S: 4 slot(s) replayed")) << r.out;
-}
-
-TEST(ReplaySession, ACacheOnlyRecordAllowsAFlushWithoutStartCache) {
-    const test::CReplayRun r = replaySession(joinLines({
-        kStock,
-        kRegister,
-        kInit,
-        record(R"({"class":"CAccountDetail","m_dAvailable":1})", true),
-        R"({"event":"flush","account":"10001_S"})",
-    }));
-    EXPECT_EQ(0u, r.counters.m_nErrors) << r.err;
-    EXPECT_EQ(1u, account(r)["dataCenter"]["flushes"][0]["slots"].asUInt64());
+    EXPECT_THAT(r.out, HasSubstr("line 9 flush 10001_S: 4 slot(s) replayed"));
+    EXPECT_EQ(1u, flushes[1]["slots"].asUInt64()) << "the cache-only record";
 }
 
 // A flush that finds the account unregistered keeps the push cache; once the account is back, a
 // flush without a new start_cache replays what was kept.
 TEST(ReplaySession, ACacheKeptByAFlushIsReplayedByTheNextOne) {
-    const test::CReplayRun r = replaySession(joinLines({
-        kStock,
-        kRegister,
-        kInit,
-        R"({"event":"start_cache","account":"10001_S"})",
-        record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":"1"})"),
-        R"({"event":"remove","account":"10001_S"})",
-        R"({"event":"flush","account":"10001_S"})",
-        kRegister,
-        R"({"event":"flush","account":"10001_S"})",
-        R"({"event":"flush","account":"10001_S"})",
-    }));
-    EXPECT_NE(std::string::npos,
-              r.out.find("line 7 flush 10001_S: nothing replayed (not registered: the cache is kept)"))
-        << r.out;
-    EXPECT_NE(std::string::npos, r.out.find("line 9 flush 10001_S: 1 slot(s) replayed")) << r.out;
+    const test::CReplayRun r =
+        replaySession(joinLines({kStock, ev("register"), ev("initialize"), ev("start_cache"), order("1"),
+                                 ev("remove"), ev("flush"), ev("register"), ev("flush"), ev("flush")}));
+    EXPECT_THAT(r.out,
+                HasSubstr("line 7 flush 10001_S: nothing replayed (not registered: the cache is kept)"));
+    EXPECT_THAT(r.out, HasSubstr("line 9 flush 10001_S: 1 slot(s) replayed"));
     ASSERT_EQ(1u, account(r)["dataCenter"]["flushes"].size());
     EXPECT_EQ("SH_1", account(r)["dataCenter"]["flushes"][0]["order"][0]["key"].asString());
     // The cache is empty again: one more flush has nothing to replay and is out of order.
     EXPECT_EQ(1u, r.counters.m_nErrors) << r.err;
-    EXPECT_EQ(0u, r.err.find("session:10: flush of account '10001_S' without start_cache")) << r.err;
+    EXPECT_THAT(r.err, ::testing::StartsWith("session:10: flush of account '10001_S' without start_cache"));
 }
 
 TEST(ReplaySession, OnlyARegisteredInitialisedAccountForwardsAndSubscribersHearEverything) {
-    const std::string order =
-        record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":"1"})");
     const test::CReplayRun r = replaySession(joinLines({
-        kStock, order,                                       // not registered: filed, told to subscribers
-        kRegister, order,                                    // registered, not initialised
-        kInit, order, order,                                 // forwarded
-        R"({"event":"remove","account":"10001_S"})", order,  // removed: not forwarded
-        kRegister, order,                                    // back: forwarded
+        kStock, order("1"),                        // not registered: filed, told to subscribers
+        ev("register"), order("1"),                // registered, not initialised
+        ev("initialize"), order("1"), order("1"),  // forwarded
+        ev("remove"), order("1"),                  // removed: not forwarded
+        ev("register"), order("1"),                // back: forwarded
     }));
     ASSERT_EQ(0u, r.counters.m_nErrors) << r.err;
     EXPECT_EQ(6u, account(r)["subscribers"]["542"].asUInt64());
@@ -122,16 +108,8 @@ TEST(ReplaySession, OnlyARegisteredInitialisedAccountForwardsAndSubscribersHearE
 }
 
 TEST(ReplaySession, ClearEmptiesTheStoreAndTheSubscribersKeepListening) {
-    const std::string order =
-        record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":"1"})");
-    const test::CReplayRun r = replaySession(joinLines({
-        kStock,
-        order,
-        record(
-            R"({"class":"CPositionDetail","m_strExchangeID":"SH","m_strInstrumentID":"600000","m_nVolume":100})"),
-        R"({"event":"clear","account":"10001_S"})",
-        record(R"({"class":"COrderDetail","m_strExchangeID":"SH","m_strOrderSysID":"2"})"),
-    }));
+    const test::CReplayRun r =
+        replaySession(joinLines({kStock, order("1"), kPosition, ev("clear"), order("2")}));
     ASSERT_EQ(0u, r.counters.m_nErrors) << r.err;
     EXPECT_EQ("{\"542\":1}", compactJson(account(r)["held"]));
     EXPECT_EQ(0u, account(r)["positionCount"].asUInt64());
@@ -143,10 +121,9 @@ TEST(ReplaySession, TheRefreshTimerFiresOnlyWhenTheClockIsAdvanced) {
         return joinLines({
             R"({"event":"create_account","info":{"m_nPlatformID":10001,"m_nAccountType":2,"m_strAccountID":"S"},"interval":)" +
                 std::to_string(interval) + "}",
-            record(
-                R"({"class":"CPositionDetail","m_strExchangeID":"SH","m_strInstrumentID":"600000","m_nVolume":100})"),
-            kRegister,
-            kInit,
+            kPosition,
+            ev("register"),
+            ev("initialize"),
             R"({"event":"quote","quote":{"m_strExchangeID":"SH","m_strInstrumentID":"600000","m_dLastPrice":7.5}})",
             R"({"event":"advance","ms":999})",
             R"({"event":"advance","ms":1})",
@@ -155,17 +132,13 @@ TEST(ReplaySession, TheRefreshTimerFiresOnlyWhenTheClockIsAdvanced) {
     };
     const test::CReplayRun r = replaySession(session(1000));
     ASSERT_EQ(0u, r.counters.m_nErrors) << r.err;
-    EXPECT_NE(std::string::npos, r.out.find("line 6 advance 999 ms: 0 timer(s) fired, 0 revaluation(s)\n"))
-        << r.out;
-    EXPECT_NE(
-        std::string::npos,
-        r.out.find(
-            "line 7 advance 1 ms: 1 timer(s) fired, 1 revaluation(s)\n  revalue 10001_S: SH600000=7.5\n"))
-        << r.out;
-    EXPECT_NE(std::string::npos, r.out.find("line 8 advance 1000 ms: 1 timer(s) fired, 0 revaluation(s)\n"))
-        << r.out;
+    EXPECT_THAT(r.out, HasSubstr("line 6 advance 999 ms: 0 timer(s) fired, 0 revaluation(s)\n"));
+    EXPECT_THAT(
+        r.out,
+        HasSubstr(
+            "line 7 advance 1 ms: 1 timer(s) fired, 1 revaluation(s)\n  revalue 10001_S: SH600000=7.5\n"));
+    EXPECT_THAT(r.out, HasSubstr("line 8 advance 1000 ms: 1 timer(s) fired, 0 revaluation(s)\n"));
     EXPECT_EQ(1u, account(r)["revaluations"]["count"].asUInt64());
-
     const test::CReplayRun off = replaySession(session(2147483647));
     EXPECT_EQ(0u, account(off)["revaluations"]["count"].asUInt64()) << off.out;
 }
@@ -203,7 +176,7 @@ TEST(ReplaySession, QueriesAnswerFromTheReferenceDataAndTheQuotes) {
              "line 16 instrument SH rb2405: unknown\n",
              "line 17 fees 20001_F SHFE rb2405 (future): {\"m_dLongMarginRatioByMoney\":0.12}\n",
          })
-        EXPECT_NE(std::string::npos, r.out.find(expected)) << expected << "\n" << r.out;
+        EXPECT_THAT(r.out, HasSubstr(expected));
 }
 
 }  // namespace

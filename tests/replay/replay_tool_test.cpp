@@ -1,60 +1,42 @@
-// The ttreplay command line: --json output is one JSON document that parses and carries what the
-// text shows; the summaries land in the store under hash "TTReplay"; usage errors exit with 2.
+// The ttreplay command line: --json output, summaries stored under hash "TTReplay", errors and usage,
+// the progress bar, --limit.
 #include <gtest/gtest.h>
 #include <json/json.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 
 #include "ReplayTestUtil.h"
 #include "SessionGenerator.h"
 #include "persist/CPersistService.h"
+#include "testing/TempDir.h"
 
 namespace ttservice {
 namespace replay {
 namespace {
 
 using test::runTool;
+using ::testing::HasSubstr;
 
 const std::string kDemo = TT_SOURCE_DIR "/examples/demo/session.jsonl";
 
-Json::Value parse(const std::string& text) {
-    Json::CharReaderBuilder b;
-    b["failIfExtra"] = true;
-    std::unique_ptr<Json::CharReader> reader(b.newCharReader());
-    Json::Value v;
-    std::string err;
-    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &v, &err)) << err;
-    return v;
-}
-
 class ReplayToolTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char tmpl[] = "/tmp/tt-replay-XXXXXX";
-        ASSERT_TRUE(mkdtemp(tmpl));
-        m_dir = tmpl;
-    }
-    void TearDown() override { std::filesystem::remove_all(m_dir); }
-    std::string write(const std::string& name, const std::string& text) {
-        const std::string path = m_dir + "/" + name;
-        FILE* f = std::fopen(path.c_str(), "wb");
-        std::fwrite(text.data(), 1, text.size(), f);
-        std::fclose(f);
-        return path;
-    }
-    std::string m_dir;
+    ttservice::test::TempDir m_dir{"tt-replay"};
 };
 
-TEST_F(ReplayToolTest, JsonOutputParsesAndCarriesAnswersAccountsAndCounts) {
-    const test::CToolRun r = runTool({kDemo, "--json", "--no-store"});
-    ASSERT_EQ(EXIT_OK, r.status) << r.err;
-    const Json::Value doc = parse(r.out);
+// --json gives one document with the answers, the accounts, the counts and the skipped lines; the
+// trailer stays on standard error.
+TEST_F(ReplayToolTest, JsonOutputCarriesAnswersAccountsCountsAndSkippedLines) {
+    const std::string session = m_dir.write(
+        "s.jsonl", test::readFile(kDemo) + "{\"event\":\"flush\",\"account\":\"20001_9100456\"}\n");
+    const test::CToolRun r = runTool({session, "--json", "--no-store"});
+    EXPECT_EQ(EXIT_ERRORS, r.status);
+    const Json::Value doc = test::parseJson(r.out);
     ASSERT_TRUE(doc.isObject());
-    EXPECT_EQ(0u, doc["errors"].size());
+    ASSERT_EQ(1u, doc["errors"].size());
+    EXPECT_EQ(62, doc["errors"][0]["line"].asInt());
+    EXPECT_THAT(doc["errors"][0]["reason"].asString(), HasSubstr("without start_cache"));
+    EXPECT_EQ(1u, doc["counts"]["errors"].asUInt64());
     EXPECT_EQ(2u, doc["accounts"].size());
     EXPECT_EQ(17u, doc["counts"]["records"].asUInt64());
     EXPECT_EQ(11u, doc["counts"]["queries"].asUInt64());
@@ -76,27 +58,14 @@ TEST_F(ReplayToolTest, JsonOutputParsesAndCarriesAnswersAccountsAndCounts) {
     ASSERT_EQ(2u, order.size());
     EXPECT_EQ(542, order[0]["kind"].asInt());
     EXPECT_EQ(543, order[1]["kind"].asInt());
-    // The trailer is on standard error, never in the document.
-    EXPECT_NE(std::string::npos, r.err.find("records/s"));
-}
-
-TEST_F(ReplayToolTest, JsonOutputListsTheSkippedLines) {
-    const std::string session =
-        write("s.jsonl", test::readFile(kDemo) + "{\"event\":\"flush\",\"account\":\"20001_9100456\"}\n");
-    const test::CToolRun r = runTool({session, "--json", "--no-store"});
-    EXPECT_EQ(EXIT_ERRORS, r.status);
-    const Json::Value doc = parse(r.out);
-    ASSERT_EQ(1u, doc["errors"].size());
-    EXPECT_EQ(62, doc["errors"][0]["line"].asInt());
-    EXPECT_NE(std::string::npos, doc["errors"][0]["reason"].asString().find("without start_cache"));
-    EXPECT_EQ(1u, doc["counts"]["errors"].asUInt64());
+    EXPECT_THAT(r.err, HasSubstr("records/s"));
 }
 
 TEST_F(ReplayToolTest, SummariesAreStoredUnderTheAccountKeys) {
-    const std::string url = "sqlite://" + m_dir + "/store.db";
+    const std::string url = "sqlite://" + m_dir.file("store.db");
     const test::CToolRun r = runTool({kDemo, "--store", url});
     ASSERT_EQ(EXIT_OK, r.status) << r.err;
-    EXPECT_NE(std::string::npos, r.err.find("2 account summaries stored in")) << r.err;
+    EXPECT_THAT(r.err, HasSubstr("2 account summaries stored in"));
     std::string error;
     boost::shared_ptr<persist::CPersistService> store = persist::CPersistService::open(url, &error);
     ASSERT_TRUE(store) << error;
@@ -113,33 +82,31 @@ TEST_F(ReplayToolTest, SummariesAreStoredUnderTheAccountKeys) {
     EXPECT_FALSE(store->readData("TTReplay", "10001_8800123").isEmpty());
 }
 
-TEST_F(ReplayToolTest, AStoreThatCannotBeOpenedIsAnError) {
-    const test::CToolRun r = runTool({kDemo, "--store", "nosuch://x"});
-    EXPECT_EQ(EXIT_ERRORS, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("cannot open the store nosuch://x")) << r.err;
-}
-
-TEST_F(ReplayToolTest, ASessionThatCannotBeReadIsAnError) {
-    const test::CToolRun r = runTool({m_dir + "/missing.jsonl", "--no-store"});
-    EXPECT_EQ(EXIT_ERRORS, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("cannot read")) << r.err;
-    EXPECT_TRUE(r.out.empty());
-}
-
-TEST_F(ReplayToolTest, UsageErrorsExitWithTwo) {
-    const std::vector<std::vector<std::string> > bad = {
-        {},
-        {"--json"},
-        {kDemo, "--frobnicate"},
-        {kDemo, kDemo},
-        {kDemo, "--store"},
-        {kDemo, "--limit", "x"},
-        {kDemo, "--store", "memory://", "--no-store"},
+// Usage errors exit with 2 and print the usage; a session that cannot be read or a store that
+// cannot be opened exit with 1 saying so.
+TEST_F(ReplayToolTest, UsageErrorsExitWithTwoAndUnreadableSessionsOrStoresWithOne) {
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        const char* says;
+        bool printsNothing;
+    } cases[] = {
+        {{}, EXIT_USAGE, "usage: ttreplay", true},
+        {{"--json"}, EXIT_USAGE, "usage: ttreplay", true},
+        {{kDemo, "--frobnicate"}, EXIT_USAGE, "usage: ttreplay", true},
+        {{kDemo, kDemo}, EXIT_USAGE, "usage: ttreplay", true},
+        {{kDemo, "--store"}, EXIT_USAGE, "usage: ttreplay", true},
+        {{kDemo, "--limit", "x"}, EXIT_USAGE, "usage: ttreplay", true},
+        {{kDemo, "--store", "memory://", "--no-store"}, EXIT_USAGE, "usage: ttreplay", true},
+        {{m_dir.file("missing.jsonl"), "--no-store"}, EXIT_ERRORS, "cannot read", true},
+        {{kDemo, "--store", "nosuch://x"}, EXIT_ERRORS, "cannot open the store nosuch://x", false},
     };
-    for (const auto& args : bad) {
-        const test::CToolRun r = runTool(args);
-        EXPECT_EQ(EXIT_USAGE, r.status) << ::testing::PrintToString(args);
-        EXPECT_NE(std::string::npos, r.err.find("usage: ttreplay")) << r.err;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.args));
+        const test::CToolRun r = runTool(c.args);
+        EXPECT_EQ(c.status, r.status);
+        EXPECT_THAT(r.err, HasSubstr(c.says));
+        EXPECT_TRUE(!c.printsNothing || r.out.empty()) << r.out;
     }
 }
 
@@ -155,28 +122,27 @@ TEST_F(ReplayToolTest, OnATerminalBadLinesAndTheTrailerDoNotRunIntoTheProgressBa
     const size_t mid = text.find('\n', text.size() / 2) + 1;
     text.insert(mid, "{\"event\":\"nope\"}\n");
     const long badLine = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(mid), '\n') + 1;
-    const std::string path = write("big.jsonl", text);
+    const std::string path = m_dir.write("big.jsonl", text);
 
     std::ostringstream out, err;
     EXPECT_EQ(EXIT_ERRORS, run({path, "--no-store"}, out, err, true));
     const std::string e = err.str();
-    EXPECT_NE(std::string::npos, e.find("replaying [")) << "no progress bar";
+    EXPECT_THAT(e, HasSubstr("replaying [")) << "no progress bar";
     const size_t message = e.find(path + ":" + std::to_string(badLine) + ": unknown event 'nope'");
     ASSERT_NE(std::string::npos, message) << e.substr(0, 2000);
     EXPECT_EQ("  \r", e.substr(message - 3, 3)) << "the bar is wiped before the message";
     const size_t trailer = e.find("ttreplay: " + path + ": ");
     ASSERT_NE(std::string::npos, trailer);
     EXPECT_EQ("  \r", e.substr(trailer - 3, 3)) << "the bar is wiped before the trailer";
-    EXPECT_EQ(std::string::npos, out.str().find("replaying [")) << "the bar stays off standard output";
+    EXPECT_THAT(out.str(), ::testing::Not(HasSubstr("replaying ["))) << "the bar stays off standard output";
 }
 
 TEST_F(ReplayToolTest, LimitShortensEveryListAndSaysHowManyMore) {
     const test::CToolRun r = runTool({kDemo, "--no-store", "--limit", "1"});
     ASSERT_EQ(EXIT_OK, r.status);
-    EXPECT_NE(std::string::npos, r.out.find("positions: 2\n  SH_600000_0_1")) << r.out;
-    EXPECT_NE(std::string::npos, r.out.find("  ... and 1 more\n")) << r.out;
-    EXPECT_NE(std::string::npos, r.out.find("flush at line 24, 2 slot(s): 542:SH_1001 ... and 1 more"))
-        << r.out;
+    EXPECT_THAT(r.out, HasSubstr("positions: 2\n  SH_600000_0_1"));
+    EXPECT_THAT(r.out, HasSubstr("  ... and 1 more\n"));
+    EXPECT_THAT(r.out, HasSubstr("flush at line 24, 2 slot(s): 542:SH_1001 ... and 1 more"));
 }
 
 }  // namespace

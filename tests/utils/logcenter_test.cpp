@@ -1,8 +1,6 @@
 // The log centre: a disabled line costs no formatting, the sink sees what is written, formatting
-// never throws, and configure() takes the levels from a log4cxx properties file.
-//
-// The tests use the trace level (5000) where they need a line that is off: the example properties
-// file that TT_TEST_LOG loads enables nothing below debug, so they hold with or without it.
+// never throws, and configure() takes the levels from a log4cxx properties file. Lines that must be
+// off use the trace level: the file TT_TEST_LOG loads enables nothing below debug.
 #include "testing/LogCapture.h"
 #include "utils/LogCenter.h"
 
@@ -28,41 +26,32 @@ std::ostream& operator<<(std::ostream& os, const Counted& c) {
     return os << "counted";
 }
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path.c_str());
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-TEST(LogCenter, DisabledLineFormatsNothing) {
+// A line that is off costs no formatting; an enabled one is formatted once and reaches the sink
+// with its logger, level and text, positional and printf-style.
+TEST(LogCenter, DisabledLinesFormatNothingEnabledLinesReachTheSink) {
     int formats = 0;
     const Counted c{&formats};
     ASSERT_FALSE(CLogCenter::instance().logEnabled(utils::LOGGER_STD, utils::TT_LOG_TRACE));
     TT_LOG(utils::LOGGER_STD, utils::TT_LOG_TRACE, "value %1%", c);
     TT_LOG(utils::LOGGER_DBG, utils::TT_LOG_TRACE, "value %1% %2%", c, c);
     EXPECT_EQ(0, formats);
+    {
+        ttservice::test::LogCapture capture(utils::TT_LOG_DEBUG);
+        TT_LOG(utils::LOGGER_STD, utils::TT_LOG_TRACE, "value %1%", c);
+        EXPECT_EQ(0, formats);
+        TT_LOG_DBG_DEBUG("value %1%", c);
+        EXPECT_EQ(1, formats);
+        EXPECT_EQ(1u, capture.count("value counted"));
+    }
 
-    // With a sink from debug up, trace stays off and unformatted while debug lines are built once.
-    ttservice::test::LogCapture capture(utils::TT_LOG_DEBUG);
-    TT_LOG(utils::LOGGER_STD, utils::TT_LOG_TRACE, "value %1%", c);
-    EXPECT_EQ(0, formats);
-    TT_LOG_DBG_DEBUG("value %1%", c);
-    EXPECT_EQ(1, formats);
-    EXPECT_EQ(1u, capture.count("value counted"));
-}
-
-TEST(LogCenter, SinkSeesPositionalAndPrintfLines) {
     ttservice::test::LogCapture capture;
     EXPECT_TRUE(CLogCenter::instance().logEnabled(utils::LOGGER_STD, utils::TT_LOG_TRACE));
     EXPECT_TRUE(CLogCenter::instance().logEnabled("TTDbgFile", utils::TT_LOG_DEBUG));
     EXPECT_FALSE(CLogCenter::instance().logEnabled("NoSuchLogger", utils::TT_LOG_FATAL));
     EXPECT_TRUE(CLogCenter::instance().fileLogEnabled(103));
-
     TT_LOG_STD_INFO("CAccountData::restart onTimer %1%: %2%", "acc-1", 3000);
     TT_LOG_STD_ERROR("%s=%d, ratio %.2f", "volume", 42, 0.5);
     TT_LOG_DBG_DEBUG("[dbg_id=%1%] %2%", 103, "x=1,");
-
     const std::vector<ttservice::test::LogCapture::Line> lines = capture.lines();
     ASSERT_EQ(3u, lines.size());
     EXPECT_EQ(utils::LOGGER_STD, lines[0].logger);
@@ -76,7 +65,8 @@ TEST(LogCenter, SinkSeesPositionalAndPrintfLines) {
     EXPECT_EQ(std::vector<std::string>{"[dbg_id=103] x=1,"}, capture.texts(utils::LOGGER_DBG));
 }
 
-TEST(LogCenter, SinkRemovedWithCapture) {
+// The sink goes with the last capture; captures nest, each at its own level.
+TEST(LogCenter, SinkGoesWithTheLastCaptureAndCapturesNest) {
     {
         ttservice::test::LogCapture capture;
         EXPECT_TRUE(CLogCenter::instance().logEnabled(utils::LOGGER_DBG, utils::TT_LOG_TRACE));
@@ -84,9 +74,7 @@ TEST(LogCenter, SinkRemovedWithCapture) {
     EXPECT_FALSE(CLogCenter::instance().logEnabled(utils::LOGGER_DBG, utils::TT_LOG_TRACE));
     // A line written with no sink set goes nowhere and does not fail.
     CLogCenter::instance().write(utils::LOGGER_STD, utils::TT_LOG_TRACE, "dropped", "f", __FILE__, __LINE__);
-}
 
-TEST(LogCenter, CapturesNestWithTheirOwnLevels) {
     ttservice::test::LogCapture outer(utils::TT_LOG_INFO);
     EXPECT_FALSE(CLogCenter::instance().logEnabled(utils::LOGGER_STD, utils::TT_LOG_TRACE));
     {
@@ -96,7 +84,6 @@ TEST(LogCenter, CapturesNestWithTheirOwnLevels) {
         TT_LOG_STD_INFO("info %1%", 2);
         EXPECT_EQ((std::vector<std::string>{"trace 1", "info 2"}), inner.texts());
     }
-    // The inner capture is gone; the outer one still receives, at its own level.
     EXPECT_FALSE(CLogCenter::instance().logEnabled(utils::LOGGER_STD, utils::TT_LOG_TRACE));
     TT_LOG_STD_ERROR("error %1%", 3);
     EXPECT_EQ((std::vector<std::string>{"info 2", "error 3"}), outer.texts());
@@ -140,36 +127,26 @@ TEST(LogCenter, ConfigureTakesLevelsFromProperties) {
 
     char dir[] = "/tmp/tt_logcenter_XXXXXX";
     ASSERT_NE(nullptr, ::mkdtemp(dir));
-    const std::string logFile = std::string(dir) + "/std.log";
-    const std::string props = std::string(dir) + "/log.properties";
-    {
-        std::ofstream out(props.c_str());
-        out << "log4j.rootLogger=OFF\n"
-               "log4j.logger.TTStdFile=INFO, file\n"
-               "log4j.logger.TTDbgFile=OFF\n"
-               "log4j.appender.file=org.apache.log4j.FileAppender\n"
-               "log4j.appender.file.File="
-            << logFile
-            << "\n"
-               "log4j.appender.file.layout=org.apache.log4j.PatternLayout\n"
-               "log4j.appender.file.layout.ConversionPattern=%p %c %M %m%n\n";
-    }
+    const std::string logFile = std::string(dir) + "/std.log", props = std::string(dir) + "/log.properties";
+    std::ofstream(props)
+        << "log4j.rootLogger=OFF\nlog4j.logger.TTDbgFile=OFF\n"
+           "log4j.logger.TTStdFile=INFO, file\nlog4j.appender.file=org.apache.log4j.FileAppender\n"
+           "log4j.appender.file.layout=org.apache.log4j.PatternLayout\n"
+           "log4j.appender.file.layout.ConversionPattern=%p %c %M %m%n\nlog4j.appender.file.File="
+        << logFile << "\n";
     ASSERT_TRUE(center.configure(props));
     EXPECT_TRUE(center.logEnabled(utils::LOGGER_STD, utils::TT_LOG_INFO));
     EXPECT_FALSE(center.logEnabled(utils::LOGGER_STD, utils::TT_LOG_DEBUG));
     EXPECT_FALSE(center.logEnabled(utils::LOGGER_DBG, utils::TT_LOG_FATAL));
     EXPECT_FALSE(center.fileLogEnabled(103));
-
     writeThroughLog4cxx();
-    const std::string written = readFile(logFile);
-    EXPECT_NE(std::string::npos, written.find("INFO TTStdFile writeThroughLog4cxx through log4cxx 7"))
-        << written;
+    std::ostringstream written;
+    written << std::ifstream(logFile).rdbuf();
+    EXPECT_NE(std::string::npos, written.str().find("INFO TTStdFile writeThroughLog4cxx through log4cxx 7"))
+        << written.str();
 
     // Leave logging as the test main set it for the tests that follow in this process.
-    {
-        std::ofstream out(props.c_str());
-        out << "log4j.rootLogger=OFF\nlog4j.logger.TTStdFile=OFF\nlog4j.logger.TTDbgFile=OFF\n";
-    }
+    std::ofstream(props) << "log4j.rootLogger=OFF\nlog4j.logger.TTStdFile=OFF\nlog4j.logger.TTDbgFile=OFF\n";
     ASSERT_TRUE(center.configure(props));
     EXPECT_FALSE(center.logEnabled(utils::LOGGER_STD, utils::TT_LOG_FATAL));
     if (std::getenv("TT_TEST_LOG")) center.configure(TT_SOURCE_DIR "/examples/log4cxx.properties");

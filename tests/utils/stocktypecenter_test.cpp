@@ -23,22 +23,21 @@ const char* const kRules = R"({
   ]
 })";
 
+// Each test starts with kRules in force.
 class StockTypeCenterTest : public ::testing::Test {
 protected:
-    void SetUp() override { StockTypeCenter::instance().clear(); }
+    void SetUp() override { ASSERT_TRUE(StockTypeCenter::instance().loadJson(kRules, &m_error)) << m_error; }
     void TearDown() override { StockTypeCenter::instance().clear(); }
+    std::string m_error;
 };
 
 TEST_F(StockTypeCenterTest, MatchesPrefixesRangesCodesAndMarket) {
-    std::string error;
-    ASSERT_TRUE(StockTypeCenter::instance().loadJson(kRules, &error)) << error;
-    struct Case {
+    const struct {
         int type;
         const char* code;
         const char* market;
         bool expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {100021, "204001", "SH", true},
         {100021, "204007", "SH", true},
         {100021, "204001", "SZ", false},  // the SH prefix only counts on SH
@@ -60,19 +59,19 @@ TEST_F(StockTypeCenterTest, MatchesPrefixesRangesCodesAndMarket) {
         {7, "159918", "SZ", false},
         {42, "204001", "SH", false},  // unknown type
     };
-    for (const Case& c : cases)
+    for (const auto& c : cases)
         EXPECT_EQ(c.expected, StockTypeCenter::instance().isTypedStock(c.type, c.code, c.market))
             << c.type << " " << c.market << " " << c.code;
 }
 
-TEST_F(StockTypeCenterTest, BadJsonIsRejectedAndOldRulesKept) {
-    std::string error;
-    ASSERT_TRUE(StockTypeCenter::instance().loadJson(kRules, &error)) << error;
-    struct Case {
+// Bad JSON is refused with the entry named and the rules in force kept; a good load replaces them
+// all, checkJson installs nothing, addRule adds, clear empties.
+TEST_F(StockTypeCenterTest, BadJsonRefusedLoadReplacesAddKeepsClearEmpties) {
+    std::string& error = m_error;
+    const struct {
         const char* json;
-        const char* mentions;  // the message names the bad entry
-    };
-    const Case cases[] = {
+        const char* mentions;
+    } cases[] = {
         {"{\"100021\": [", "not valid JSON"},
         {"[1, 2]", "JSON object"},
         {"{\"abc\": []}", "\"abc\""},
@@ -91,7 +90,7 @@ TEST_F(StockTypeCenterTest, BadJsonIsRejectedAndOldRulesKept) {
         {"{\"100018\": [{\"codes\": [\"1\"]}, {\"market\": \"SZ\"}]}", "\"100018\" rule 1 has no prefixes"},
         {"{\"1\": [{\"codes\": [\"1\"]}], \"1\": []}", "not valid JSON"},  // duplicate key
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         error.clear();
         EXPECT_FALSE(StockTypeCenter::instance().loadJson(c.json, &error)) << c.json;
         EXPECT_NE(std::string::npos, error.find(c.mentions)) << c.json << " gave: " << error;
@@ -100,13 +99,8 @@ TEST_F(StockTypeCenterTest, BadJsonIsRejectedAndOldRulesKept) {
         EXPECT_TRUE(StockTypeCenter::instance().isTypedStock(100021, "204001", "SH")) << c.json;
         EXPECT_TRUE(StockTypeCenter::instance().isTypedStock(100018, "131995", "SZ")) << c.json;
     }
-}
 
-TEST_F(StockTypeCenterTest, LoadReplacesAddKeepsClearEmpties) {
-    std::string error;
-    ASSERT_TRUE(StockTypeCenter::instance().loadJson(kRules, &error)) << error;
     ASSERT_TRUE(StockTypeCenter::checkJson(R"({"9": [{"codes": ["000001"]}]})", &error)) << error;
-    // checkJson installs nothing.
     EXPECT_FALSE(StockTypeCenter::instance().isTypedStock(9, "000001", "SZ"));
 
     ASSERT_TRUE(StockTypeCenter::instance().loadJson(R"({"9": [{"codes": ["000001"]}]})", &error)) << error;
@@ -130,8 +124,7 @@ TEST_F(StockTypeCenterTest, LoadReplacesAddKeepsClearEmpties) {
 TEST_F(StockTypeCenterTest, ReloadNeverShowsAPartialRuleSet) {
     const std::string a = R"({"1": [{"codes": ["X"]}, {"codes": ["KEEP"]}]})";
     const std::string b = R"({"1": [{"codes": ["Y"]}, {"prefixes": ["KE"]}]})";
-    std::string error;
-    ASSERT_TRUE(StockTypeCenter::instance().loadJson(a, &error)) << error;
+    ASSERT_TRUE(StockTypeCenter::instance().loadJson(a, &m_error)) << m_error;
     std::atomic<bool> done(false);
     std::thread writer([&] {
         for (int i = 0; i < 2000; ++i) StockTypeCenter::instance().loadJson(i % 2 ? a : b, nullptr);

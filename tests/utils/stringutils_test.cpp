@@ -9,12 +9,12 @@ namespace {
 
 typedef std::vector<std::string> Parts;
 
-TEST(StringUtils, SplitKeepsEveryPart) {
-    struct Case {
+// split keeps every part, empty ones included; a stock key is market then code.
+TEST(StringUtils, SplitKeepsEveryPartAndStockKey) {
+    const struct {
         std::string s, sep;
         Parts expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"a b", " ", {"a", "b"}},
         {"a  b", " ", {"a", "", "b"}},
         {" a ", " ", {"", "a", ""}},
@@ -32,11 +32,8 @@ TEST(StringUtils, SplitKeepsEveryPart) {
         {"abab", "ab", {"", "", ""}},
         {"aaa", "aa", {"", "a"}},
     };
-    for (const Case& c : cases)
+    for (const auto& c : cases)
         EXPECT_EQ(c.expected, utils::split(c.s, c.sep)) << "split(\"" << c.s << "\", \"" << c.sep << "\")";
-}
-
-TEST(StringUtils, StockKeyIsMarketThenCode) {
     EXPECT_EQ("SH600000", utils::nqStockKey("SH", "600000"));
     EXPECT_EQ("600000", utils::nqStockKey("", "600000"));
 }

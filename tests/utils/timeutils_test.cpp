@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <memory>
 #include <string>
 
 namespace {
@@ -14,31 +15,22 @@ namespace {
 class TimeUtils : public ::testing::Test {
 protected:
     void SetUp() override {
-        const char* tz = std::getenv("TZ");
-        m_hadTz = tz != nullptr;
-        if (tz) m_oldTz = tz;
+        if (const char* tz = std::getenv("TZ")) m_oldTz.reset(new std::string(tz));
         ::setenv("TZ", "CST-8", 1);
         ::tzset();
     }
     void TearDown() override {
-        if (m_hadTz)
-            ::setenv("TZ", m_oldTz.c_str(), 1);
-        else
-            ::unsetenv("TZ");
+        m_oldTz ? ::setenv("TZ", m_oldTz->c_str(), 1) : ::unsetenv("TZ");
         ::tzset();
     }
-
-private:
-    bool m_hadTz = false;
-    std::string m_oldTz;
+    std::unique_ptr<std::string> m_oldTz;
 };
 
-TEST_F(TimeUtils, KnownInstants) {
-    struct Case {
+TEST_F(TimeUtils, KnownInstantsAndNow) {
+    const struct {
         int64_t seconds;
         int date, time;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {0, 19700101, 80000},           {1700000000, 20231115, 61320},  // 2023-11-14 22:13:20 UTC
         {1704038399, 20231231, 235959},                                 // last second of 2023 at UTC+8
         {1704038400, 20240101, 0},                                      // first second of 2024
@@ -46,7 +38,7 @@ TEST_F(TimeUtils, KnownInstants) {
         {1763861400, 20251123, 93000},                                  // morning open
         {1763892000, 20251123, 180000},                                 // night session begins
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         int date = -1, time = -1;
         utils::d8_secondToDateTime(c.seconds, date, time);
         EXPECT_EQ(c.date, date) << c.seconds;
@@ -54,18 +46,20 @@ TEST_F(TimeUtils, KnownInstants) {
         EXPECT_EQ(c.date, utils::secondsToDate(c.seconds)) << c.seconds;
         EXPECT_EQ(c.seconds, utils::dateTimeToSeconds(c.date, c.time)) << c.date << " " << c.time;
     }
+    const int64_t before = static_cast<int64_t>(std::time(nullptr));
+    const int64_t now = utils::nowSeconds();
+    EXPECT_LE(before, now);
+    EXPECT_LE(now, static_cast<int64_t>(std::time(nullptr)));
 }
 
-TEST_F(TimeUtils, RoundTripsEveryHourOfTwoYears) {
+// Every hour of two years round-trips; an invalid date or time is -1.
+TEST_F(TimeUtils, RoundTripsAndRefusesInvalidDates) {
     const int64_t start = 1704038400;  // 2024-01-01 00:00:00 local
     for (int64_t s = start; s < start + 2 * 366 * 86400; s += 3600 + 17) {
         int date = 0, time = 0;
         utils::d8_secondToDateTime(s, date, time);
         ASSERT_EQ(s, utils::dateTimeToSeconds(date, time)) << date << " " << time;
     }
-}
-
-TEST_F(TimeUtils, InvalidDateOrTimeIsMinusOne) {
     const int bad[][2] = {
         {20240230, 0},       // 30 February
         {20230229, 0},       // not a leap year
@@ -78,14 +72,6 @@ TEST_F(TimeUtils, InvalidDateOrTimeIsMinusOne) {
         {20240101, -1},
     };
     for (const auto& b : bad) EXPECT_EQ(-1, utils::dateTimeToSeconds(b[0], b[1])) << b[0] << " " << b[1];
-}
-
-TEST_F(TimeUtils, NowAgreesWithTheSystemClock) {
-    const int64_t before = static_cast<int64_t>(std::time(nullptr));
-    const int64_t now = utils::nowSeconds();
-    const int64_t after = static_cast<int64_t>(std::time(nullptr));
-    EXPECT_LE(before, now);
-    EXPECT_LE(now, after);
 }
 
 }  // namespace
